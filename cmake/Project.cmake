@@ -1,0 +1,37 @@
+# What holds for every target: language, warnings, output directories, run-time paths.
+
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+# build/PRESET/python holds everything importable, lib the libraries, bin the tools.
+set(VU_PYTHON_DIR ${CMAKE_BINARY_DIR}/python)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+file(MAKE_DIRECTORY ${VU_PYTHON_DIR})
+
+# Modules and tools find the libraries beside them, wherever the tree is moved.
+set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib")
+
+# Every target of the project links this.
+add_library(vu_flags INTERFACE)
+target_compile_options(vu_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Werror
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor>)
+if(VU_MOM_SANITIZE)
+  target_compile_options(vu_flags INTERFACE
+    -fsanitize=${VU_MOM_SANITIZE} -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  target_link_options(vu_flags INTERFACE -fsanitize=${VU_MOM_SANITIZE})
+endif()
