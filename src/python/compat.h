@@ -1,0 +1,67 @@
+// What differs between CPython 3.4 and 3.13. No other file looks at PY_VERSION_HEX.
+#pragma once
+
+#ifndef PY_SSIZE_T_CLEAN
+#define PY_SSIZE_T_CLEAN
+#endif
+#include <Python.h>
+
+// The declaration of a module's init function. Below 3.9 PyMODINIT_FUNC says nothing of
+// visibility, and the project compiles with everything hidden.
+#define VU_MODULE_INIT extern "C" __attribute__((visibility("default"))) PyObject*
+
+// Set on every static type that has or inherits a finaliser; means nothing from 3.8 on.
+#ifdef Py_TPFLAGS_HAVE_FINALIZE
+#define VU_HAVE_FINALIZE Py_TPFLAGS_HAVE_FINALIZE
+#else
+#define VU_HAVE_FINALIZE 0
+#endif
+
+// Methods are called with a vector of arguments from 3.7 on, with a tuple and a dict below.
+#if PY_VERSION_HEX >= 0x03070000
+#define VU_VECTOR_METHODS 1
+#else
+#define VU_VECTOR_METHODS 0
+#endif
+
+namespace py {
+
+// callable(*arguments), `count` positional arguments. arguments[-1] may be overwritten
+// during the call and is restored. Returns a new reference, or null with the error set.
+inline PyObject* call_vector(PyObject* callable, PyObject** arguments, std::size_t count) {
+#if PY_VERSION_HEX >= 0x03090000
+  return PyObject_Vectorcall(callable, arguments, count | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr);
+#elif PY_VERSION_HEX >= 0x03080000
+  return _PyObject_Vectorcall(callable, arguments, count | PY_VECTORCALL_ARGUMENTS_OFFSET,
+                              nullptr);
+#else
+  PyObject* tuple = PyTuple_New(static_cast<Py_ssize_t>(count));
+  if (tuple == nullptr) return nullptr;
+  for (std::size_t i = 0; i < count; ++i) {
+    Py_INCREF(arguments[i]);
+    PyTuple_SET_ITEM(tuple, static_cast<Py_ssize_t>(i), arguments[i]);
+  }
+  PyObject* result = PyObject_Call(callable, tuple, nullptr);
+  Py_DECREF(tuple);
+  return result;
+#endif
+}
+
+// object.name(): a method call without arguments.
+inline PyObject* call_method(PyObject* object, PyObject* name) {
+#if PY_VERSION_HEX >= 0x03090000
+  return PyObject_CallMethodNoArgs(object, name);
+#else
+  return PyObject_CallMethodObjArgs(object, name, nullptr);
+#endif
+}
+
+// The type objects of a static type live in zeroed memory; the head differs by version.
+inline PyTypeObject static_type(const char* name, std::size_t size) {
+  PyTypeObject type = {PyVarObject_HEAD_INIT(nullptr, 0)};
+  type.tp_name = name;
+  type.tp_basicsize = static_cast<Py_ssize_t>(size);
+  return type;
+}
+
+}  // namespace py
