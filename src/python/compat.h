@@ -6,6 +6,8 @@
 #endif
 #include <Python.h>
 
+#include <cstddef>
+
 // The declaration of a module's init function. Below 3.9 PyMODINIT_FUNC says nothing of
 // visibility, and the project compiles with everything hidden.
 #define VU_MODULE_INIT extern "C" __attribute__((visibility("default"))) PyObject*
@@ -56,12 +58,26 @@ inline PyObject* call_method(PyObject* object, PyObject* name) {
 #endif
 }
 
-// The type objects of a static type live in zeroed memory; the head differs by version.
+// A static type to fill in, field by field: their order and number differ by version.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 inline PyTypeObject static_type(const char* name, std::size_t size) {
   PyTypeObject type = {PyVarObject_HEAD_INIT(nullptr, 0)};
   type.tp_name = name;
   type.tp_basicsize = static_cast<Py_ssize_t>(size);
   return type;
+}
+#pragma GCC diagnostic pop
+
+// An attribute of a static type; 3.4 declares the texts without const.
+inline PyGetSetDef attribute(const char* name, getter get, setter set, const char* doc) {
+  return {const_cast<char*>(name), get, set, const_cast<char*>(doc), nullptr};
+}
+
+// Any of the C signatures that PyMethodDef takes by its flags.
+template <typename Function>
+PyCFunction method_pointer(Function* function) {
+  return reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(function));
 }
 
 }  // namespace py
