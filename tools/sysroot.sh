@@ -1,0 +1,53 @@
+# The 32-bit ARM sysroot: a Debian tree to compile against and to run programs in with
+# qemu-arm. Made from Debian packages alone, without root, binfmt or a chroot.
+
+SYSROOT=$PWD/build/sysroot/armhf
+SYSROOT_PACKAGES=python3.11,libpython3-dev,python3-pytest,python3-hypothesis,python3-protobuf
+SYSROOT_PACKAGES+=,libstdc++6,libprotobuf-dev,libabsl-dev,libuv1-dev,libhiredis-dev,libgtest-dev
+SYSROOT_PYTHON=$SYSROOT/usr/bin/python3-armhf
+
+# debian_mirror: where this machine gets Debian bookworm from.
+debian_mirror() {
+  local mirror
+  mirror=$(apt-get indextargets --format '$(CREATED_BY) $(RELEASE) $(COMPONENT) $(REPO_URI)' \
+    2>/dev/null | sed -n 's/^Packages bookworm main //p' | head -n 1)
+  echo "${mirror:-http://deb.debian.org/debian}"
+}
+
+# make_sysroot: makes the tree, unless it is there and made the way it would be now.
+make_sysroot() {
+  local stamp work=$SYSROOT.new
+  stamp=$(cat tools/sysroot.sh tools/run_armhf_python.c | sha256sum)
+  [ "$(cat "$SYSROOT/.stamp" 2>/dev/null)" != "$stamp" ] || return 0
+  local mirror
+  mirror=$(debian_mirror)
+  note "making the armhf sysroot in $SYSROOT from $mirror"
+  rm -rf "$SYSROOT" "$work"
+  mkdir -p "$(dirname "$work")"
+  # The release as it was published, without updates: every mirror has it for armhf.
+  timeout --kill-after=10 15m mmdebstrap --quiet --mode=chrootless --arch=armhf \
+    --variant=extract --include="$SYSROOT_PACKAGES" bookworm "$work" \
+    "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror bookworm main" \
+    </dev/null
+  # Programs that qemu-arm runs see these directories of the machine, not of the tree.
+  rm -rf "${work:?}"/{tmp,dev,var,etc,run,proc,sys}
+  find "$work" -type l -lname '/*' -print0 |
+    while IFS= read -r -d '' link; do
+      ln -sfnr "$work$(readlink "$link")" "$link"
+    done
+  find "$work" -xtype l -delete
+  # Its Python would otherwise compile its library again at every start.
+  /usr/bin/python3.11 -m compileall -q -j 0 "$work/usr/lib/python3.11" \
+    "$work/usr/lib/python3/dist-packages" >/dev/null
+  # Static: it must start with a guest's LD_PRELOAD in its environment.
+  gcc -static -O2 -Wall -Wextra -Werror -o "$work/usr/bin/python3-armhf" tools/run_armhf_python.c
+  echo "$stamp" >"$work/.stamp"
+  mv "$work" "$SYSROOT"
+}
+
+#: sysroot -- make the 32-bit ARM sysroot that the armhf preset needs
+verb_sysroot() {
+  install_for armhf
+  make_sysroot
+  echo "$SYSROOT: $(du -sh "$SYSROOT" | cut -f 1)"
+}
