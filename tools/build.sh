@@ -11,7 +11,7 @@ build_preset() {
   mkdir -p build/logs
   if [ "$preset" = armhf ]; then
     make_sysroot
-    build_preset host vu_host_tools
+    build_preset host protoc-gen-vu
   fi
   echo "-- building $preset${*:+ ($*)}"
   # The sanitized tools that run during a build are not looked over for leaks.
