@@ -36,8 +36,8 @@ install_packages() {
       sed -n 's/^installed //p' | sort -u))
   [ -n "$missing" ] || return 0
   note "installing Debian packages: ${missing//$'\n'/ }"
-  as_root apt-get -q update </dev/null
+  as_root apt-get -qq update </dev/null
   # shellcheck disable=SC2086  # one word per package
-  as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y --no-install-recommends \
-    install $missing </dev/null
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends \
+    install $missing </dev/null >/dev/null
 }
