@@ -37,7 +37,7 @@ make_sysroot() {
     done
   find "$work" -xtype l -delete
   # Its Python would otherwise compile its library again at every start.
-  /usr/bin/python3.11 -m compileall -q -j 0 "$work/usr/lib/python3.11" \
+  /usr/bin/python3.11 -m compileall -q "$work/usr/lib/python3.11" \
     "$work/usr/lib/python3/dist-packages" >/dev/null
   # Static: it must start with a guest's LD_PRELOAD in its environment.
   gcc -static -O2 -Wall -Wextra -Werror -o "$work/usr/bin/python3-armhf" tools/run_armhf_python.c
