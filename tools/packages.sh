@@ -18,13 +18,7 @@ fail() {
 
 # as_root COMMAND...: through sudo where the user is not root.
 as_root() {
-  if [ "$(id -u)" = 0 ]; then
-    "$@"
-  elif command -v sudo >/dev/null; then
-    sudo "$@"
-  else
-    fail "this needs root and there is no sudo; as root, run: $*"
-  fi
+  if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
 }
 
 # install_packages NAME...: makes sure of them; silent and quick where all are there.
@@ -35,7 +29,10 @@ install_packages() {
     <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' "$@" 2>/dev/null |
       sed -n 's/^installed //p' | sort -u))
   [ -n "$missing" ] || return 0
-  note "installing Debian packages: ${missing//$'\n'/ }"
+  missing=${missing//$'\n'/ }
+  [ "$(id -u)" = 0 ] || command -v sudo >/dev/null ||
+    fail "there is no sudo here; as root, run: apt-get install --no-install-recommends $missing"
+  note "installing Debian packages: $missing"
   as_root apt-get -qq update </dev/null
   # shellcheck disable=SC2086  # one word per package
   as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends \
