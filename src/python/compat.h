@@ -19,6 +19,13 @@
 #define VU_HAVE_FINALIZE 0
 #endif
 
+// Set on sequence types for the match statement, which came with 3.10.
+#ifdef Py_TPFLAGS_SEQUENCE
+#define VU_SEQUENCE Py_TPFLAGS_SEQUENCE
+#else
+#define VU_SEQUENCE 0
+#endif
+
 // Methods are called with a vector of arguments from 3.7 on, with a tuple and a dict below.
 #if PY_VERSION_HEX >= 0x03070000
 #define VU_VECTOR_METHODS 1
@@ -34,8 +41,7 @@ inline PyObject* call_vector(PyObject* callable, PyObject** arguments, std::size
 #if PY_VERSION_HEX >= 0x03090000
   return PyObject_Vectorcall(callable, arguments, count | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr);
 #elif PY_VERSION_HEX >= 0x03080000
-  return _PyObject_Vectorcall(callable, arguments, count | PY_VECTORCALL_ARGUMENTS_OFFSET,
-                              nullptr);
+  return _PyObject_Vectorcall(callable, arguments, count | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr);
 #else
   PyObject* tuple = PyTuple_New(static_cast<Py_ssize_t>(count));
   if (tuple == nullptr) return nullptr;
@@ -49,6 +55,28 @@ inline PyObject* call_vector(PyObject* callable, PyObject** arguments, std::size
 #endif
 }
 
+// callable(argument, keyword=value), `keywords` being the tuple (keyword,).
+inline PyObject* call_with_keyword(PyObject* callable, PyObject* argument, PyObject* keywords,
+                                   PyObject* value) {
+#if PY_VERSION_HEX >= 0x03090000
+  PyObject* vector[] = {nullptr, argument, value};
+  return PyObject_Vectorcall(callable, vector + 1, 1 | PY_VECTORCALL_ARGUMENTS_OFFSET, keywords);
+#elif PY_VERSION_HEX >= 0x03080000
+  PyObject* vector[] = {nullptr, argument, value};
+  return _PyObject_Vectorcall(callable, vector + 1, 1 | PY_VECTORCALL_ARGUMENTS_OFFSET, keywords);
+#else
+  PyObject* tuple = PyTuple_Pack(1, argument);
+  PyObject* dict = tuple == nullptr ? nullptr : PyDict_New();
+  PyObject* result = nullptr;
+  if (dict != nullptr && PyDict_SetItem(dict, PyTuple_GET_ITEM(keywords, 0), value) == 0) {
+    result = PyObject_Call(callable, tuple, dict);
+  }
+  Py_XDECREF(tuple);
+  Py_XDECREF(dict);
+  return result;
+#endif
+}
+
 // object.name(): a method call without arguments.
 inline PyObject* call_method(PyObject* object, PyObject* name) {
 #if PY_VERSION_HEX >= 0x03090000
@@ -57,6 +85,56 @@ inline PyObject* call_method(PyObject* object, PyObject* name) {
   return PyObject_CallMethodObjArgs(object, name, nullptr);
 #endif
 }
+
+// The error indicator, taken out of the interpreter while other code runs.
+class SavedError {
+ public:
+#if PY_VERSION_HEX >= 0x030C0000
+  SavedError() : error_(PyErr_GetRaisedException()) {}
+  ~SavedError() { Py_XDECREF(error_); }
+
+  // Puts the error back, in place of any other that came in the meantime.
+  void restore() {
+    PyErr_SetRaisedException(error_);
+    error_ = nullptr;
+  }
+
+  // Prints the error with its traceback to sys.stderr; SystemExit too.
+  void display() const { PyErr_DisplayException(error_); }
+
+ private:
+  PyObject* error_;
+#else
+  SavedError() {
+    PyErr_Fetch(&type_, &value_, &traceback_);
+    PyErr_NormalizeException(&type_, &value_, &traceback_);
+    if (traceback_ != nullptr) PyException_SetTraceback(value_, traceback_);
+  }
+  ~SavedError() {
+    Py_XDECREF(type_);
+    Py_XDECREF(value_);
+    Py_XDECREF(traceback_);
+  }
+
+  // Puts the error back, in place of any other that came in the meantime.
+  void restore() {
+    PyErr_Restore(type_, value_, traceback_);
+    type_ = value_ = traceback_ = nullptr;
+  }
+
+  // Prints the error with its traceback to sys.stderr; SystemExit too.
+  void display() const { PyErr_Display(type_, value_, traceback_); }
+
+ private:
+  PyObject* type_ = nullptr;
+  PyObject* value_ = nullptr;
+  PyObject* traceback_ = nullptr;
+#endif
+
+ public:
+  SavedError(const SavedError&) = delete;
+  SavedError& operator=(const SavedError&) = delete;
+};
 
 // A static type to fill in, field by field: their order and number differ by version.
 #pragma GCC diagnostic push
@@ -68,6 +146,9 @@ inline PyTypeObject static_type(const char* name, std::size_t size) {
   return type;
 }
 #pragma GCC diagnostic pop
+
+// The namespace of a static type that is ready; borrowed.
+inline PyObject* type_dict(PyTypeObject& type) { return type.tp_dict; }
 
 // An attribute of a static type; 3.4 declares the texts without const.
 inline PyGetSetDef attribute(const char* name, getter get, setter set, const char* doc) {

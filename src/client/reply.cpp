@@ -1,0 +1,123 @@
+#include "client/reply.h"
+
+#include "client/numbers.h"
+#include "module/exceptions.h"
+#include "module/imported_types.h"
+#include "module/traceback.h"
+#include "vu_mom_types.h"
+
+namespace vu_mom {
+namespace {
+
+const MessageTuple msg_is_null("msg is NULL");
+const MessageTuple privdata_is_null("privdata is NULL");
+const KeywordTuple cls_keyword("cls");
+
+py::Owned call_with(py::Borrowed callable, py::Borrowed argument) {
+  PyObject* vector[] = {nullptr, argument.get()};
+  return py::checked(py::call_vector(callable.get(), vector + 1, 1));
+}
+
+py::Owned make_message(const vu_mom_reply* reply) {
+  PyObject* const type = reinterpret_cast<PyObject*>(types.PubSubMsg);
+  py::Owned message = call_with(py::Borrowed(type), address_to_int(reply));
+  if (!PyObject_TypeCheck(message.get(), types.PubSubMsg)) {
+    py::raise(PyExc_TypeError, "Cannot convert %.200s to %.200s", Py_TYPE(message.get())->tp_name,
+              types.PubSubMsg->tp_name);
+  }
+  return message;
+}
+
+}  // namespace
+
+Delivery::Delivery(const vu_mom_reply* reply, void* privdata) : reply_(reply) {
+  if (reply == nullptr) raise(MomCApiInnerError, msg_is_null);
+  if (privdata == nullptr) raise(MomCApiInnerError, privdata_is_null);
+  context_ = py::Owned::share(py::Borrowed(static_cast<PyObject*>(privdata)));
+  p_ = item(key::p);
+  cb_ = item(key::cb);
+  message_ = make_message(reply);
+  set(py::Owned::share(py::Borrowed(Py_None)));
+}
+
+bool Delivery::has(const Name& name) const {
+  return py::checked(PySequence_Contains(context_.get(), name.get().get())) != 0;
+}
+
+py::Owned Delivery::item(const Name& name) const {
+  return py::checked(PyObject_GetItem(context_.get(), name.get().get()));
+}
+
+void Delivery::set_message() {
+  if (reply_->data == nullptr) return;
+  const py::Owned message_class = item(key::obj);
+  set(call_with(message_class, data()));
+}
+
+void Delivery::set_result(py::Borrowed result_class) {
+  if (reply_->data == nullptr) return;
+  set(call_with(result_class, data()));
+}
+
+void Delivery::set_result_with_class(py::Borrowed result_class) {
+  if (reply_->data == nullptr) return;
+  const py::Owned address = data();
+  const py::Owned message_class = item(key::obj);
+  set(py::checked(py::call_with_keyword(result_class.get(), address.get(), cls_keyword.get().get(),
+                                        message_class.get())));
+}
+
+void Delivery::set_result_with_class(PyTypeObject* result_class) {
+  set_result_with_class(py::Borrowed(reinterpret_cast<PyObject*>(result_class)));
+}
+
+void Delivery::call() {
+  PyObject* vector[] = {nullptr, message_.get(), p_.get()};
+  py::checked(py::call_vector(cb_.get(), vector + 1, 2));
+}
+
+void Delivery::release() { const py::Owned the_stores = py::Owned::steal(context_.get()); }
+
+void Delivery::set(py::Owned value) {
+  py::replace(reinterpret_cast<PubSubMsgObject*>(message_.get())->result, std::move(value));
+}
+
+py::Owned Delivery::data() const { return address_to_int(reply_->data); }
+
+namespace {
+
+// The result takes its shape from the classes that the command put into the context.
+void set_result_by_context(Delivery& delivery, const vu_mom_reply* reply) {
+  const bool has_message_class = delivery.has(key::obj);
+  const bool has_result_class = delivery.has(key::resobj);
+  if (reply->data == nullptr) return;
+  if (has_message_class && has_result_class) {
+    delivery.set_result_with_class(delivery.item(key::resobj));
+  } else if (has_message_class) {
+    delivery.set_message();
+  } else if (has_result_class) {
+    delivery.set_result(delivery.item(key::resobj));
+  }
+}
+
+// Requests on a level get several replies; the last one carries the context's end mark.
+bool is_last(const Delivery& delivery, const vu_mom_reply* reply) {
+  if (!delivery.has(key::flag)) return true;
+  const py::Owned flag = delivery.item(key::flag);
+  const py::Owned end_mark = py::checked(PyLong_FromUnsignedLong(reply->end_mark));
+  const py::Owned equal = py::checked(PyObject_RichCompare(flag.get(), end_mark.get(), Py_EQ));
+  return py::checked(PyObject_IsTrue(equal.get())) != 0;
+}
+
+}  // namespace
+
+void wrap_cb(void*, const vu_mom_reply* reply, void* privdata) {
+  enter_unraisable("vu_mom.wrap_cb", [&] {
+    Delivery delivery(reply, privdata);
+    set_result_by_context(delivery, reply);
+    delivery.call();
+    if (is_last(delivery, reply)) delivery.release();
+  });
+}
+
+}  // namespace vu_mom

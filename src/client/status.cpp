@@ -1,0 +1,42 @@
+#include "client/status.h"
+
+#include "module/exceptions.h"
+#include "vu_mom_impl.h"
+
+namespace vu_mom {
+namespace {
+
+PyObject* memory_error = nullptr;  // owned, kept for good
+PyObject* range = nullptr;
+
+PyObject* builtin(PyObject* builtins, const char* name) {
+  PyObject* const value = PyObject_GetAttrString(builtins, name);
+  if (value == nullptr) py::raise(PyExc_NameError, "name '%.200s' is not defined", name);
+  return value;
+}
+
+}  // namespace
+
+void cache_builtins(PyObject* builtins) {
+  py::replace(memory_error, py::Owned::steal(builtin(builtins, "MemoryError")));
+  py::replace(range, py::Owned::steal(builtin(builtins, "range")));
+}
+
+void accept_unless_refused(std::int32_t status) {
+  switch (status) {
+    case VU_MOM_BAD_INPUT:
+      py::raise(reinterpret_cast<PyObject*>(&InputError));
+    case VU_MOM_NO_MEMORY:
+      py::raise(memory_error);
+    default:
+      return;
+  }
+}
+
+void accept(std::int32_t status) {
+  if (status == VU_MOM_OK) return;
+  accept_unless_refused(status);
+  py::raise(reinterpret_cast<PyObject*>(&Error));
+}
+
+}  // namespace vu_mom

@@ -1,0 +1,204 @@
+"""Types of the vu_mom module; what the commands do stands in their docstrings."""
+
+from typing import Any, Callable, List, Optional, Protocol, SupportsFloat, SupportsInt
+
+from vu_global import VuGlobal
+from vu_mom_common import PubSubMsg
+
+class Message(Protocol):
+    """What commands take as `obj`: a generated message wrapper."""
+
+    @property
+    def package_name(self) -> str: ...
+    @property
+    def short_name(self) -> str: ...
+    def get_ptr(self) -> int: ...
+
+class InputError(Exception):
+    """An argument was refused, by the store or before it was asked."""
+
+class Error(Exception):
+    """The store refused a request (closed, queue full, failed)."""
+
+class MomCApiInnerError(Exception):
+    """The store delivered something that is no valid reply."""
+
+class VuMom:
+    def __init__(self, glb: Optional[VuGlobal]) -> None: ...
+    def __getfunc(self, name: str, /) -> Callable[..., Any]: ...
+    def debug_show_all(self) -> None: ...
+    def __reduce__(self) -> tuple[Any, ...]: ...
+    def __setstate__(self, state: tuple[Any, ...], /) -> None: ...
+
+    def get(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def incr(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def setnx(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def set(self, db: SupportsInt, obj: Message, flag: SupportsInt = 0) -> None: ...
+    def setow(
+        self, db: SupportsInt, obj: Message, owner: SupportsInt, flag: SupportsInt = 0
+    ) -> None: ...
+    def delow(
+        self, db: SupportsInt, obj: Message, owner: SupportsInt, flag: SupportsInt = 0
+    ) -> None: ...
+    def delete(self, db: SupportsInt, obj: Message) -> None: ...
+    def setnx_noreply(self, db: SupportsInt, obj: Message) -> None: ...
+
+    def hmset(
+        self, db: SupportsInt, obj: Message, field_tags: Optional[List[int]]
+    ) -> None: ...
+    def hmsetnx(
+        self, db: SupportsInt, obj: Message, field_tags: Optional[List[int]]
+    ) -> None: ...
+    def hmupdate(
+        self, db: SupportsInt, obj: Message, field_tags: Optional[List[int]]
+    ) -> None: ...
+    def hmget(
+        self,
+        db: SupportsInt,
+        obj: Message,
+        field_tags: Optional[List[int]],
+        privdata: object,
+    ) -> None: ...
+    def hgetall(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+
+    def scan(
+        self, db: SupportsInt, obj: Message, level: SupportsInt, privdata: object
+    ) -> None: ...
+    def scan_index(
+        self, db: SupportsInt, obj: Message, level: SupportsInt, privdata: object
+    ) -> None: ...
+
+    def lpush(self, db: SupportsInt, obj: Message) -> None: ...
+    def rpush(self, db: SupportsInt, obj: Message) -> None: ...
+    def lpop(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def rpop(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def llen(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def lset(
+        self, db: SupportsInt, obj: Message, pos: SupportsInt, privdata: object
+    ) -> None: ...
+    def lrem(
+        self, db: SupportsInt, obj: Message, count: SupportsInt, privdata: object = None
+    ) -> None: ...
+    def linsert(
+        self,
+        db: SupportsInt,
+        pivot: Message,
+        obj: Message,
+        order: SupportsInt,
+        privdata: object,
+    ) -> None: ...
+    def lrange(
+        self,
+        db: SupportsInt,
+        obj: Message,
+        start: SupportsInt,
+        stop: SupportsInt,
+        privdata: object,
+    ) -> None: ...
+
+    def sadd(self, db: SupportsInt, obj: Message) -> None: ...
+    def srem(self, db: SupportsInt, obj: Message, privdata: object = None) -> None: ...
+    def smembers(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def scard(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def sismember(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+
+    def zadd(
+        self,
+        db: SupportsInt,
+        scores: Optional[List[float]],
+        objs: Optional[List[Any]],
+    ) -> None: ...
+    def zrem(self, db: SupportsInt, objs: Optional[List[Any]]) -> None: ...
+    def zcard(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def zrank(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def zscore(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def zcount(
+        self,
+        db: SupportsInt,
+        obj: Message,
+        min: SupportsFloat,
+        max: SupportsFloat,
+        privdata: object,
+    ) -> None: ...
+    def zrange(
+        self,
+        db: SupportsInt,
+        obj: Message,
+        start: SupportsInt,
+        stop: SupportsInt,
+        privdata: object,
+    ) -> None: ...
+    def zrangebyscore(
+        self,
+        db: SupportsInt,
+        obj: Message,
+        min: SupportsFloat,
+        max: SupportsFloat,
+        privdata: object,
+    ) -> None: ...
+    def zremrangebyscore(
+        self, db: SupportsInt, obj: Message, min: SupportsFloat, max: SupportsFloat
+    ) -> None: ...
+    def zremrangebyrank(
+        self, db: SupportsInt, obj: Message, start: SupportsInt, stop: SupportsInt
+    ) -> None: ...
+
+    def pexpire(
+        self,
+        db: SupportsInt,
+        obj: Message,
+        level: SupportsInt,
+        time: SupportsFloat,
+        privdata: object,
+    ) -> None: ...
+    def pexpire_field(
+        self,
+        db: SupportsInt,
+        obj: Message,
+        level: SupportsInt,
+        tag: SupportsInt,
+        time: SupportsFloat,
+        privdata: object,
+    ) -> None: ...
+    def pexpire_fields(
+        self,
+        db: SupportsInt,
+        obj: Message,
+        level: SupportsInt,
+        field_tags: Optional[List[int]],
+        time: SupportsFloat,
+        privdata: object,
+    ) -> None: ...
+    def del_expire(
+        self, db: SupportsInt, obj: Message, level: SupportsInt, privdata: object
+    ) -> None: ...
+    def pdel(
+        self, db: SupportsInt, obj: Message, level: SupportsInt, privdata: object
+    ) -> None: ...
+
+    def subscribe(
+        self, db: SupportsInt, obj: Message, level: SupportsInt, privdata: object
+    ) -> None: ...
+    def unsubscribe(self, db: SupportsInt, obj: Message, level: SupportsInt) -> None: ...
+    def subscribe_field(
+        self,
+        db: SupportsInt,
+        obj: Message,
+        level: SupportsInt,
+        fields: Optional[List[int]],
+        funcs: Optional[List[Callable[[PubSubMsg, Any], object]]],
+        args: Optional[List[Any]],
+    ) -> None: ...
+    def unsubscribe_field(
+        self,
+        db: SupportsInt,
+        obj: Message,
+        level: SupportsInt,
+        fields: Optional[List[int]],
+    ) -> None: ...
+
+    def publish(self, db: SupportsInt, obj: Message) -> None: ...
+
+def __pyx_unpickle_VuMom(
+    __pyx_type: type[VuMom], __pyx_checksum: int, __pyx_state: Optional[tuple[Any, ...]]
+) -> VuMom: ...
