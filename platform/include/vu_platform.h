@@ -127,7 +127,7 @@ void vu_platform_advance_clock(vu_mom_handle *handle, int64_t microseconds);
 }
 #endif
 
-VU_MOM_ASSERT(sizeof(vu_platform_details) <= sizeof(((vu_mom_reply *)0)->details),
+VU_MOM_ASSERT(sizeof(vu_platform_details) <= offsetof(vu_mom_reply, type_code),
               "the details fit into the record");
 
 #endif
