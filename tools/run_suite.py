@@ -32,7 +32,7 @@ def unittest_counts(log):
     end = re.findall(r"^(?:OK|FAILED)(?: \((.*)\))?$", log, re.MULTILINE)
     details = end[-1] if end else ""
     words = ("failures", "errors", "unexpected successes")
-    failed = sum(number(r"\b%s=(\d+)" % word, details) for word in words)
+    failed = sum(number(r"(?:^|, )%s=(\d+)" % word, details) for word in words)
     skipped = number(r"skipped=(\d+)", details)
     return max(int(ran[-1]) - failed - skipped, 0), failed, skipped
 
