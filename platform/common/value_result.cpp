@@ -124,7 +124,9 @@ PyGetSetDef attributes[] = {
     py::attribute("value", value, nullptr, "The value that the store replied with."), {}};
 
 PyMethodDef base_methods[] = {
-    {"__reduce__", reduce, METH_NOARGS, "How a result is pickled and copied."}, {}};
+    {"__reduce__", reduce, METH_NOARGS, "How a result is pickled and copied."},
+    {"__class_getitem__", generic_class, METH_CLASS | METH_O, kGenericDoc},
+    {}};
 
 template <typename Kind>
 PyMethodDef kind_methods[] = {
@@ -154,6 +156,7 @@ PyTypeObject make_base() {
   type.tp_repr = repr;
   type.tp_hash = hash;
   type.tp_richcompare = compare;
+  type.tp_as_number = &real_slots;
   type.tp_getset = attributes;
   type.tp_methods = base_methods;
   return type;
@@ -168,7 +171,7 @@ PyTypeObject make_type(const char* name, const char* doc) {
   type.tp_base = &base;
   type.tp_new = construct<Kind>;
   type.tp_methods = kind_methods<Kind>;
-  type.tp_as_number = Kind::kPayload == VU_PLATFORM_PAYLOAD_SCORE ? &real_slots : &whole_slots;
+  if (Kind::kPayload == VU_PLATFORM_PAYLOAD_INTEGER) type.tp_as_number = &whole_slots;
   return type;
 }
 
