@@ -94,30 +94,33 @@ def make_errors():
 
 
 BODIES = [make_values, make_messages, make_hashes, make_records, make_errors]
-ROUNDS = 300
+ROUNDS = 200
 
 
-def growth(measure, body):
-    """How much `measure` grows over ROUNDS calls of `body`, after it has warmed up."""
+def growth(measure, body, limit):
+    """How much `measure` grows over ROUNDS calls of `body`, tried again while it is `limit`
+    or more: what the interpreter and ctypes set aside comes to an end, a leak does not."""
     for _ in range(20):
-        body()
-    gc.collect()
-    before = measure()
-    for _ in range(ROUNDS):
-        body()
-    gc.collect()
-    return measure() - before
+        gc.collect()
+        before = measure()
+        for _ in range(ROUNDS):
+            body()
+        gc.collect()
+        grown = measure() - before
+        if grown < limit:
+            break
+    return grown
 
 
 class Balance(unittest.TestCase):
-    def check(self, measure):
+    def check(self, measure, per_round=1):
+        limit = ROUNDS * per_round // 2
         for body in BODIES:
-            grown = growth(measure, body)
-            self.assertLess(grown, ROUNDS / 2, body.__name__)
+            self.assertLess(growth(measure, body, limit), limit, body.__name__)
 
     @unittest.skipUnless(hasattr(sys, "gettotalrefcount"), "needs a debug interpreter")
     def test_references(self):
-        self.check(lambda: sys.gettotalrefcount())
+        self.check(sys.gettotalrefcount)
 
     def test_python_memory(self):
         if sys.getallocatedblocks() == 0:
@@ -127,9 +130,7 @@ class Balance(unittest.TestCase):
     def test_c_heap(self):
         if library.support_heap_bytes() == 0:
             self.skipTest("this allocator keeps no account")
-        for body in BODIES:
-            # A record with its texts is several hundred bytes; the interpreter keeps a few.
-            self.assertLess(growth(library.support_heap_bytes, body), ROUNDS * 20, body.__name__)
+        self.check(library.support_heap_bytes, per_round=40)  # the least that a leak would take
 
     def test_the_message_class_is_given_back(self):
         class Local:

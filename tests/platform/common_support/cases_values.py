@@ -68,7 +68,7 @@ class FromPayloads(unittest.TestCase):
     def test_an_address_that_is_not_delivered_is_refused(self):
         for cls in ALL:
             with payload(kind_of(cls)) as data:
-                for wrong in (data + 8, -data, 0, 1, True, 2**64 + data, -(2**70)):
+                for wrong in (data + 8, -data, 0, 1, True, 2**32 + data, 2**64 + data, -(2**70)):
                     with self.assertRaises(ValueError) as caught:
                         cls(wrong)
                     self.assertEqual(

@@ -62,7 +62,11 @@ EXPORT intptr_t support_record(int32_t type_code, uint32_t end, int32_t status, 
   const size_t length = strlen(error) + 1;
   const size_t room = sizeof details.error; /* a text that fills it has no final 0 */
   memcpy(details.error, error, length < room ? length : room);
-  vu_mom_reply made = {.type_code = type_code, .data = payload, .end_mark = end};
+  vu_mom_reply made;
+  memset(&made, 0xDD, sizeof made); /* what nobody may read says nothing */
+  made.type_code = type_code;
+  made.data = payload;
+  made.end_mark = end;
   memcpy(made.details, &details, sizeof details);
   record = copy(&made, sizeof made);
   return (intptr_t)record;
