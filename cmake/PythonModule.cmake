@@ -20,6 +20,10 @@ endif()
 function(vu_add_python_module name)
   add_library(${name} MODULE ${ARGN})
   target_include_directories(${name} SYSTEM PRIVATE ${Python3_INCLUDE_DIR})
+  # The headers of Debian's debug interpreter are links to the ordinary ones; GCC follows
+  # them for system headers and would find the ordinary pyconfig.h beside those.
+  target_compile_options(${name} PRIVATE
+    $<$<CXX_COMPILER_ID:GNU>:-fno-canonical-system-headers>)
   target_link_libraries(${name} PRIVATE vu_flags)
   set_target_properties(${name} PROPERTIES
     PREFIX "" SUFFIX ".so" LIBRARY_OUTPUT_DIRECTORY ${VU_PYTHON_DIR})
