@@ -84,6 +84,7 @@ Loop::Loop() : uv_(std::make_unique<uv_loop_t>()), fork_count_(fork_count) {
   }
   uv_prepare_init(uv_.get(), &keep_alive_);
   uv_prepare_start(&keep_alive_, [](uv_prepare_t*) {});
+  uv_run(uv_.get(), UV_RUN_NOWAIT);  // uv's own descriptors go into its set
   next_loop_ = first_loop;
   first_loop = this;
 }
@@ -99,6 +100,7 @@ Loop::~Loop() {
     static_cast<void>(waits_.release());
     return;
   }
+  close_timers();
   uv_close(reinterpret_cast<uv_handle_t*>(&keep_alive_), nullptr);
   // One turn closes what is closing; a second one what the first one began to close.
   for (int turns = 0; turns < 8 && uv_loop_alive(uv_.get()) != 0; ++turns) {

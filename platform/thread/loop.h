@@ -36,7 +36,11 @@ namespace vu_thread {
 enum class Kind : std::uint8_t { kSoon, kTimer, kReader, kWriter };
 enum class State : std::uint8_t { kActive, kDone, kCancelled };
 
-struct Timer;  // the uv part of a timer; lives on until uv has closed it
+// The uv part of a timer. Closing one costs a turn of the uv loop, so they are used again.
+struct Timer {
+  uv_timer_t handle;  // its data is the Work
+  Timer* next_unused;
+};
 
 // What a Thread stands for. Active work is in its loop's list of active work; work whose turn
 // has come is in the loop's queue too, and stays there when it is cancelled meanwhile. Each of
@@ -125,6 +129,9 @@ class Loop {
   void finish(Work& work, State state);
   void queue(Work& work);
   py::Owned next_ready();
+  Timer* take_timer();
+  void give_back(Timer* timer);
+  void close_timers();
   void start_timer(Work& work);
   Watch& make_watch(Kind kind, int fd);
   void unwatch(Work& work);
@@ -137,6 +144,8 @@ class Loop {
   uv_prepare_t keep_alive_;  // without an active handle uv would not say how long to wait
   std::unique_ptr<WaitSet> waits_;
   Work* active_ = nullptr;
+  Timer* unused_timers_ = nullptr;
+  std::size_t unused_timer_count_ = 0;
   Work* first_ready_ = nullptr;
   Work* last_ready_ = nullptr;
   std::size_t ready_count_ = 0;

@@ -7,11 +7,9 @@
 
 namespace vu_thread {
 
-struct Timer {
-  uv_timer_t handle;
-};
-
 namespace {
+
+constexpr std::size_t kMostUnusedTimers = 1024;
 
 constexpr std::int64_t kNanosecondsPerMillisecond = 1000000;
 constexpr std::uint32_t kMostGenerations = (1u << 30) - 1;
@@ -34,11 +32,7 @@ void Loop::enlist(Work& work) {
 // The work is not active any more. May free it, and may run Python code.
 void Loop::finish(Work& work, State state) {
   work.state = state;
-  if (work.timer != nullptr) {
-    work.timer->handle.data = nullptr;
-    uv_close(reinterpret_cast<uv_handle_t*>(&std::exchange(work.timer, nullptr)->handle),
-             [](uv_handle_t* handle) { delete reinterpret_cast<Timer*>(handle); });
-  }
+  if (work.timer != nullptr) give_back(std::exchange(work.timer, nullptr));
   if (work.kind == Kind::kReader || work.kind == Kind::kWriter) unwatch(work);
   (work.previous != nullptr ? work.previous->next : active_) = work.next;
   if (work.next != nullptr) work.next->previous = work.previous;
@@ -102,8 +96,7 @@ py::Owned Loop::add_timer(std::int64_t delay, std::int64_t interval, py::Borrowe
   refuse_child();
   py::Owned thread = new_thread(*this, Kind::kTimer, func, args);
   Work& work = work_of(thread);
-  work.timer = new Timer();
-  uv_timer_init(uv_.get(), &work.timer->handle);
+  work.timer = take_timer();
   work.timer->handle.data = &work;
   work.due = now() + delay;
   work.interval = interval;
@@ -111,6 +104,31 @@ py::Owned Loop::add_timer(std::int64_t delay, std::int64_t interval, py::Borrowe
   start_timer(work);
   changed();
   return thread;
+}
+
+Timer* Loop::take_timer() {
+  if (unused_timers_ == nullptr) {
+    Timer* const timer = new Timer();
+    uv_timer_init(uv_.get(), &timer->handle);
+    return timer;
+  }
+  --unused_timer_count_;
+  return std::exchange(unused_timers_, unused_timers_->next_unused);
+}
+
+void Loop::give_back(Timer* timer) {
+  uv_timer_stop(&timer->handle);
+  timer->next_unused = std::exchange(unused_timers_, timer);
+  if (++unused_timer_count_ > kMostUnusedTimers) close_timers();
+}
+
+void Loop::close_timers() {
+  while (unused_timers_ != nullptr) {
+    Timer* const timer = std::exchange(unused_timers_, unused_timers_->next_unused);
+    uv_close(reinterpret_cast<uv_handle_t*>(&timer->handle),
+             [](uv_handle_t* handle) { delete reinterpret_cast<Timer*>(handle); });
+  }
+  unused_timer_count_ = 0;
 }
 
 // Never early: uv counts in whole milliseconds and rounds its clock down.
