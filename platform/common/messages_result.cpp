@@ -50,9 +50,8 @@ PyObject* construct(PyTypeObject* type, PyObject* arguments, PyObject* keywords)
     const auto [data, cls] = bind<2>(callee, {"data", "cls"}, 2, arguments, keywords);
     py::Owned owned_cls = message_class(callee, cls);
     const vu_platform_payload& payload = delivered_payload(callee, data, Item::kPayload);
-    const py::Borrowed lent = owned_cls;
     py::Owned items =
-        tuple_of(payload.count, [&](std::size_t i) { return Item::read(payload, i, lent); });
+        tuple_of(payload.count, [&](std::size_t i) { return Item::read(payload, i, owned_cls); });
     return make_sequence(type, std::move(items), std::move(owned_cls));
   });
 }

@@ -91,10 +91,7 @@ PyObject* of(PyObject* self, PyObject* arguments, PyObject* keywords) {
     auto* type = reinterpret_cast<PyTypeObject*>(self);
     const Callee callee{type, ".of"};
     const auto [given_result, type_code, end, status, error, db, given_key, tag, time, count] =
-        bind<10>(
-            callee,
-            {"result", "type_code", "end", "status", "error", "db", "key", "tag", "time", "count"},
-            0, arguments, keywords);
+        bind(callee, kContent, 0, arguments, keywords);
     Record record;
     const auto set = [&](auto& field, const char* name, py::Borrowed value) {
       if (!value.is_null()) field = integer<std::decay_t<decltype(field)>>(callee, name, value);

@@ -88,15 +88,20 @@ PyObject* repr(PyObject* self) {
 }
 
 // The tuple's own method of that name, with the same arguments.
-template <const char* const& kName>
-PyObject* of_tuple(PyObject* self, PyObject* arguments) {
+PyObject* call_on_items(PyObject* self, const char* name, PyObject* arguments) {
   return py::enter([&] {
-    const py::Owned method = py::checked(PyObject_GetAttrString(items_of(self).get(), kName));
+    const py::Owned method = py::checked(PyObject_GetAttrString(items_of(self).get(), name));
     return py::checked(PyObject_Call(method.get(), arguments, nullptr));
   });
 }
-const char* const kIndex = "index";
-const char* const kCount = "count";
+
+PyObject* index(PyObject* self, PyObject* arguments) {
+  return call_on_items(self, "index", arguments);
+}
+
+PyObject* count(PyObject* self, PyObject* arguments) {
+  return call_on_items(self, "count", arguments);
+}
 
 PyObject* reduce(PyObject* self, PyObject*) {
   return py::enter([&] {
@@ -106,7 +111,7 @@ PyObject* reduce(PyObject* self, PyObject*) {
   });
 }
 
-PyObject* message_class(PyObject* self, void*) {
+PyObject* class_of(PyObject* self, void*) {
   return py::Owned::share(py::Borrowed(as<Sequence>(self).cls)).release();
 }
 
@@ -128,10 +133,10 @@ PyMappingMethods mapping_slots() {
 PyMappingMethods as_mapping = mapping_slots();
 
 PyMethodDef methods[] = {
-    {"index", of_tuple<kIndex>, METH_VARARGS,
+    {"index", index, METH_VARARGS,
      "index(value, start=0, stop=None, /)\n--\n\nThe first position of a value; ValueError where\n"
      "there is none."},
-    {"count", of_tuple<kCount>, METH_VARARGS, "count(value, /)\n--\n\nHow often a value occurs."},
+    {"count", count, METH_VARARGS, "count(value, /)\n--\n\nHow often a value occurs."},
     {"__reduce__", reduce, METH_NOARGS, "How a result is pickled and copied."},
     {"__class_getitem__", generic_class, METH_CLASS | METH_O, kGenericDoc},
     {}};
@@ -152,7 +157,7 @@ py::Borrowed item_at(py::Borrowed tuple, std::size_t i) {
 }
 
 PyGetSetDef class_attribute() {
-  return py::attribute("cls", message_class, nullptr, "What the messages were made with.");
+  return py::attribute("cls", class_of, nullptr, "What the messages were made with.");
 }
 
 PyTypeObject sequence_base(const char* name, const char* doc, PyGetSetDef* attributes) {
