@@ -1,0 +1,118 @@
+#include "delivery.h"
+
+#include <utility>
+
+#include "record.h"
+
+namespace vu::store {
+
+namespace {
+
+// Makes the notice an error, keeping what it says of the request. The text is left out
+// where there is no memory for it; the status says enough then.
+void make_error(Notice& notice, const char* reason) noexcept {
+  notice.status = VU_MOM_FAILED;
+  notice.content = Content();
+  try {
+    notice.error = reason;
+  } catch (const std::bad_alloc&) {
+    notice.error.clear();
+  }
+}
+
+}  // namespace
+
+Subscription::Subscription() = default;
+Subscription::~Subscription() = default;
+
+Delivery::~Delivery() = default;
+
+void DeliveryQueue::push_back(std::unique_ptr<Delivery> delivery) noexcept {
+  Delivery* const added = delivery.get();
+  (last_ != nullptr ? last_->next_ : first_) = std::move(delivery);
+  last_ = added;
+  ++size_;
+}
+
+void DeliveryQueue::push_front(std::unique_ptr<Delivery> delivery) noexcept {
+  if (last_ == nullptr) last_ = delivery.get();
+  delivery->next_ = std::move(first_);
+  first_ = std::move(delivery);
+  ++size_;
+}
+
+std::unique_ptr<Delivery> DeliveryQueue::pop_front() noexcept {
+  std::unique_ptr<Delivery> taken = std::move(first_);
+  first_ = std::move(taken->next_);
+  if (!first_) last_ = nullptr;
+  --size_;
+  return taken;
+}
+
+void DeliveryQueue::fail_all(const char* reason) noexcept {
+  for (Delivery* delivery = first_.get(); delivery != nullptr; delivery = delivery->next_.get()) {
+    delivery->fail(reason);
+  }
+}
+
+void DeliveryQueue::clear() noexcept {
+  while (!empty()) pop_front();  // one by one: a chain of destructors would be deep
+}
+
+void deliver(const Receiver& receiver, const Notice& notice) noexcept {
+  Record record(receiver, notice);
+  if (receiver.reply != nullptr) {
+    receiver.reply(nullptr, record.get(), receiver.privdata);
+  } else if (receiver.stream != nullptr) {
+    receiver.stream(nullptr, record.get(), receiver.privdata);
+  }
+}
+
+Delivery::Progress ReplyDelivery::step() noexcept {
+  deliver(receiver_, notice_);
+  return Progress::kDone;
+}
+
+void ReplyDelivery::fail(const char* reason) noexcept {
+  notice_.type_code = VU_MOM_TYPE_NONE;
+  make_error(notice_, reason);
+}
+
+Delivery::Progress LevelDelivery::step() noexcept {
+  if (delivered_ == identities_.size()) {
+    deliver(receiver_, last_);
+    return Progress::kDone;
+  }
+  Notice one;
+  one.type_code = last_.type_code;
+  one.time_us = last_.time_us;
+  one.db = last_.db;
+  try {
+    one.identity = identities_[delivered_];
+    one.names_object = true;
+  } catch (const std::bad_alloc&) {
+    one.status = VU_MOM_NO_MEMORY;
+  }
+  ++delivered_;
+  deliver(receiver_, one);
+  return delivered_ % kBatch == 0 ? Progress::kPause : Progress::kMore;
+}
+
+void LevelDelivery::fail(const char* reason) noexcept {
+  delivered_ = identities_.size();
+  make_error(last_, reason);
+}
+
+Delivery::Progress EventDelivery::step() noexcept {
+  deliver(subscription_->receiver, *notice_);
+  return Progress::kDone;
+}
+
+Delivery::Progress EndDelivery::step() noexcept {
+  deliver(receiver_, notice_);
+  return Progress::kDone;
+}
+
+void EndDelivery::fail(const char* reason) noexcept { make_error(notice_, reason); }
+
+}  // namespace vu::store

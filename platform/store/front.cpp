@@ -1,0 +1,84 @@
+#include "front.h"
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+
+#include "identity.h"
+#include "live.h"
+#include "message_bytes.h"
+
+namespace vu::store {
+
+using google::protobuf::Message;
+
+std::int32_t answer_with_status(std::int32_t (*run)(void*), void* context) noexcept {
+  try {
+    return run(context);
+  } catch (const Refused& refused) {
+    return refused.status();
+  } catch (const std::bad_alloc&) {
+    return VU_MOM_NO_MEMORY;
+  } catch (const std::length_error&) {
+    return VU_MOM_NO_MEMORY;
+  } catch (const std::exception&) {
+    return VU_MOM_FAILED;
+  }
+}
+
+const Message& message_at(vu_mom_message address) {
+  require(is_live(address));
+  return *reinterpret_cast<const Message*>(address);
+}
+
+const Message& name_object(Request& request, std::int32_t db, vu_mom_message message) {
+  require(db >= 0);
+  const Message& named = message_at(message);
+  request.db = db;
+  request.type = type_of(named);
+  require(request.type != nullptr);
+  request.identity = identity_of(named, *request.type);
+  return named;
+}
+
+std::string stored_bytes(const Request& request, const Message& named) {
+  std::string bytes;
+  require(serialise(named, bytes));
+  return strip_keys(named, *request.type, bytes);
+}
+
+std::string member_bytes(const Request& request, vu_mom_message message) {
+  const Message& member = message_at(message);
+  const TypeInfo* type = type_of(member);
+  require(type != nullptr && type->id == request.type->id);
+  require(identity_of(member, *type) == request.identity);
+  std::string bytes;
+  require(serialise(member, bytes));
+  return strip_keys(member, *type, bytes);
+}
+
+std::vector<std::uint32_t> field_numbers(const Request& request, const std::size_t* tags,
+                                         std::int32_t count) {
+  require(count >= 0 && (tags != nullptr || count == 0));
+  std::vector<std::uint32_t> numbers;
+  numbers.reserve(static_cast<std::size_t>(count));
+  for (std::int32_t i = 0; i < count; ++i) {
+    constexpr std::size_t kLargest = google::protobuf::FieldDescriptor::kMaxNumber;
+    require(tags[i] <= kLargest);
+    require(request.type->descriptor->FindFieldByNumber(static_cast<int>(tags[i])) != nullptr);
+    numbers.push_back(static_cast<std::uint32_t>(tags[i]));
+  }
+  std::sort(numbers.begin(), numbers.end());
+  numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+  return numbers;
+}
+
+std::int32_t submit(vu_mom_handle* handle, Request& request) {
+  if (handle == nullptr || handle->closed()) throw Refused(VU_MOM_FAILED);
+  if (request.receiver.wanted() && handle->waiting() >= Session::kMostWaiting) {
+    throw Refused(VU_MOM_FAILED);
+  }
+  return handle->engine().submit(request);
+}
+
+}  // namespace vu::store

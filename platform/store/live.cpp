@@ -1,0 +1,80 @@
+#include "live.h"
+
+#include <cstddef>
+#include <new>
+
+#include "embedded/hash_index.h"
+#include "vu_platform.h"
+
+namespace vu::store {
+
+namespace {
+
+struct Entry {
+  std::intptr_t address;
+  std::uint32_t count;
+};
+
+std::size_t hash_of(std::intptr_t address) {
+  // Addresses are multiples of 8 or 16; multiplying spreads them over all bits.
+  const std::uint64_t bits = static_cast<std::uint64_t>(address) * 0x9E3779B97F4A7C15u;
+  return static_cast<std::size_t>(bits >> 24);
+}
+
+// Never destroyed: interpreters release messages until the very end of the process.
+HashIndex<Entry>& registry() {
+  static auto* const entries = new HashIndex<Entry>();
+  return *entries;
+}
+
+Entry* find(std::intptr_t address) {
+  return registry().find(hash_of(address),
+                         [&](const Entry& entry) { return entry.address == address; });
+}
+
+void add(std::intptr_t address) {
+  if (Entry* entry = find(address)) {
+    ++entry->count;
+    return;
+  }
+  registry().prepare_insert([](const Entry& entry) { return hash_of(entry.address); });
+  registry().insert(hash_of(address), Entry{address, 1});
+}
+
+void remove(std::intptr_t address) {
+  Entry* entry = find(address);
+  if (entry != nullptr && --entry->count == 0) registry().erase(entry);
+}
+
+}  // namespace
+
+LiveMessage::LiveMessage(std::intptr_t address) : address_(address) { add(address); }
+
+LiveMessage::~LiveMessage() {
+  if (address_ != 0) remove(address_);
+}
+
+bool is_live(std::intptr_t address) { return find(address) != nullptr; }
+
+}  // namespace vu::store
+
+extern "C" {
+
+__attribute__((visibility("default"))) int32_t vu_platform_message_add(intptr_t address) {
+  try {
+    vu::store::add(address);
+    return VU_MOM_OK;
+  } catch (const std::bad_alloc&) {
+    return VU_MOM_NO_MEMORY;
+  }
+}
+
+__attribute__((visibility("default"))) void vu_platform_message_remove(intptr_t address) {
+  vu::store::remove(address);
+}
+
+__attribute__((visibility("default"))) int vu_platform_message_is_live(intptr_t address) {
+  return vu::store::is_live(address) ? 1 : 0;
+}
+
+}  // extern "C"

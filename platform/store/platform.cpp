@@ -1,0 +1,55 @@
+// The functions of vu_platform.h that open and drive handles.
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "front.h"
+#include "record.h"
+#include "session.h"
+
+namespace {
+
+void report(const std::string& reason, char* error, std::size_t error_size) {
+  if (error == nullptr || error_size == 0) return;
+  const std::size_t size = std::min(reason.size(), error_size - 1);
+  std::memcpy(error, reason.data(), size);
+  error[size] = '\0';
+}
+
+}  // namespace
+
+VU_STORE_EXPORT vu_mom_handle* vu_platform_open(const char* store, struct uv_loop_s* loop,
+                                                vu_platform_wake wake, void* user, char* error,
+                                                size_t error_size) {
+  try {
+    auto handle = std::make_unique<vu_mom_handle>(wake, user);
+    std::string reason;
+    if (store != nullptr && handle->open(store, loop, reason)) return handle.release();
+    report(store == nullptr ? "no store is named" : reason, error, error_size);
+  } catch (const std::bad_alloc&) {
+    report("out of memory", error, error_size);
+  }
+  return nullptr;
+}
+
+VU_STORE_EXPORT int vu_platform_deliver(vu_mom_handle* handle, uint32_t most) {
+  return handle->deliver(most) ? 1 : 0;
+}
+
+VU_STORE_EXPORT int64_t vu_platform_next_due(vu_mom_handle* handle) { return handle->next_due(); }
+
+VU_STORE_EXPORT void vu_platform_close(vu_mom_handle* handle) { handle->close(); }
+
+VU_STORE_EXPORT void vu_platform_free(vu_mom_handle* handle) { handle->free(); }
+
+VU_STORE_EXPORT void vu_platform_advance_clock(vu_mom_handle* handle, int64_t microseconds) {
+  if (!handle->closed()) handle->engine().advance_clock(microseconds);
+}
+
+VU_STORE_EXPORT int vu_platform_is_record(intptr_t address) {
+  return vu::store::Record::is_record(address) ? 1 : 0;
+}
+
+VU_STORE_EXPORT int vu_platform_is_payload(intptr_t address) {
+  return vu::store::Record::is_payload(address) ? 1 : 0;
+}
