@@ -9,42 +9,53 @@ LEGS=(host armhf asan debug)
 # run_suite LEG SUITE SECONDS COMMAND...: runs one test runner, at most SECONDS.
 run_suite() { /usr/bin/python3 tools/run_suite.py "$@"; }
 
+# python_suites LEG PYTHON...: what the interpreter of a leg runs.
+python_suites() {
+  local leg=$1 suite
+  shift
+  run_suite "$leg" binding 600 "$@" tests/binding/run.py "build/$leg"
+  for suite in platform contract; do
+    run_suite "$leg" "$suite" 600 env "PYTHONPATH=$PWD/build/$leg/python" \
+      "$@" -m pytest -q -p no:cacheprovider "tests/$suite"
+  done
+}
+
+# store_suites LEG [EMULATOR...]: the programs that test the store library without Python.
+store_suites() {
+  local leg=$1 program
+  shift
+  for program in vu_store_test vu_store_c_test; do
+    run_suite "$leg" "$program" 300 "$@" "build/$leg/bin/$program"
+  done
+}
+
 leg_host() {
   build_preset host
-  run_suite host binding 600 /usr/bin/python3 tests/binding/run.py build/host
-  run_suite host store 300 build/host/bin/vu_store_test
-  run_suite host store-c 60 build/host/bin/vu_store_c_test
-  run_suite host platform 600 env PYTHONPATH=build/host/python \
-    /usr/bin/python3 -m pytest -p no:cacheprovider tests/platform
+  python_suites host /usr/bin/python3
+  store_suites host
   run_suite host build 600 /usr/bin/python3 tests/build/run.py build/host
 }
 
 leg_armhf() {
-  local run=(qemu-arm -L "$SYSROOT")
   build_preset armhf
-  run_suite armhf binding 600 "$SYSROOT_PYTHON" tests/binding/run.py build/armhf
-  run_suite armhf store 300 "${run[@]}" build/armhf/bin/vu_store_test
-  run_suite armhf store-c 60 "${run[@]}" build/armhf/bin/vu_store_c_test
-  run_suite armhf platform 600 env PYTHONPATH=build/armhf/python \
-    "$SYSROOT_PYTHON" -m pytest -p no:cacheprovider tests/platform
+  python_suites armhf "$SYSROOT_PYTHON"
+  store_suites armhf qemu-arm -L "$SYSROOT"
   run_suite armhf build 600 /usr/bin/python3 tests/build/run.py build/armhf
 }
 
+# Python itself is not sanitized: the sanitizers' run-time libraries are loaded before it.
 leg_asan() {
   local runtime=() name
   for name in libasan.so libubsan.so libstdc++.so; do
     runtime+=("$(readlink -f "$(g++ -print-file-name="$name")")")
   done
-  local run=(env "LD_PRELOAD=${runtime[*]}" PYTHONMALLOC=malloc ASAN_OPTIONS=detect_leaks=0
-    UBSAN_OPTIONS=print_stacktrace=1)
+  export ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1
   build_preset asan
-  run_suite asan binding 600 "${run[@]}" /usr/bin/python3 tests/binding/run.py build/asan
-  run_suite asan store 300 build/asan/bin/vu_store_test
-  run_suite asan store-c 60 build/asan/bin/vu_store_c_test
-  run_suite asan platform 600 "${run[@]}" PYTHONPATH=build/asan/python \
-    /usr/bin/python3 -m pytest -p no:cacheprovider tests/platform
+  python_suites asan env "LD_PRELOAD=${runtime[*]}" PYTHONMALLOC=malloc /usr/bin/python3
+  store_suites asan
 }
 
+# Total reference counts, which only this interpreter has.
 leg_debug() {
   build_preset debug
   run_suite debug binding 600 /usr/bin/python3-dbg tests/binding/run.py build/debug
