@@ -5,7 +5,7 @@ from typing import Any, Callable, List, Optional, Protocol, SupportsFloat, Suppo
 from vu_global import VuGlobal
 from vu_mom_common import PubSubMsg
 
-class Message(Protocol):
+class _Message(Protocol):
     """What commands take as `obj`: a generated message wrapper."""
 
     @property
@@ -30,77 +30,77 @@ class VuMom:
     def __reduce__(self) -> tuple[Any, ...]: ...
     def __setstate__(self, state: tuple[Any, ...], /) -> None: ...
 
-    def get(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
-    def incr(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
-    def setnx(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
-    def set(self, db: SupportsInt, obj: Message, flag: SupportsInt = 0) -> None: ...
+    def get(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
+    def incr(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
+    def setnx(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
+    def set(self, db: SupportsInt, obj: _Message, flag: SupportsInt = 0) -> None: ...
     def setow(
-        self, db: SupportsInt, obj: Message, owner: SupportsInt, flag: SupportsInt = 0
+        self, db: SupportsInt, obj: _Message, owner: SupportsInt, flag: SupportsInt = 0
     ) -> None: ...
     def delow(
-        self, db: SupportsInt, obj: Message, owner: SupportsInt, flag: SupportsInt = 0
+        self, db: SupportsInt, obj: _Message, owner: SupportsInt, flag: SupportsInt = 0
     ) -> None: ...
-    def delete(self, db: SupportsInt, obj: Message) -> None: ...
-    def setnx_noreply(self, db: SupportsInt, obj: Message) -> None: ...
+    def delete(self, db: SupportsInt, obj: _Message) -> None: ...
+    def setnx_noreply(self, db: SupportsInt, obj: _Message) -> None: ...
 
     def hmset(
-        self, db: SupportsInt, obj: Message, field_tags: Optional[List[int]]
+        self, db: SupportsInt, obj: _Message, field_tags: Optional[List[int]]
     ) -> None: ...
     def hmsetnx(
-        self, db: SupportsInt, obj: Message, field_tags: Optional[List[int]]
+        self, db: SupportsInt, obj: _Message, field_tags: Optional[List[int]]
     ) -> None: ...
     def hmupdate(
-        self, db: SupportsInt, obj: Message, field_tags: Optional[List[int]]
+        self, db: SupportsInt, obj: _Message, field_tags: Optional[List[int]]
     ) -> None: ...
     def hmget(
         self,
         db: SupportsInt,
-        obj: Message,
+        obj: _Message,
         field_tags: Optional[List[int]],
         privdata: object,
     ) -> None: ...
-    def hgetall(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def hgetall(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
 
     def scan(
-        self, db: SupportsInt, obj: Message, level: SupportsInt, privdata: object
+        self, db: SupportsInt, obj: _Message, level: SupportsInt, privdata: object
     ) -> None: ...
     def scan_index(
-        self, db: SupportsInt, obj: Message, level: SupportsInt, privdata: object
+        self, db: SupportsInt, obj: _Message, level: SupportsInt, privdata: object
     ) -> None: ...
 
-    def lpush(self, db: SupportsInt, obj: Message) -> None: ...
-    def rpush(self, db: SupportsInt, obj: Message) -> None: ...
-    def lpop(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
-    def rpop(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
-    def llen(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def lpush(self, db: SupportsInt, obj: _Message) -> None: ...
+    def rpush(self, db: SupportsInt, obj: _Message) -> None: ...
+    def lpop(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
+    def rpop(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
+    def llen(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
     def lset(
-        self, db: SupportsInt, obj: Message, pos: SupportsInt, privdata: object
+        self, db: SupportsInt, obj: _Message, pos: SupportsInt, privdata: object
     ) -> None: ...
     def lrem(
-        self, db: SupportsInt, obj: Message, count: SupportsInt, privdata: object = None
+        self, db: SupportsInt, obj: _Message, count: SupportsInt, privdata: object = None
     ) -> None: ...
     def linsert(
         self,
         db: SupportsInt,
-        pivot: Message,
-        obj: Message,
+        pivot: _Message,
+        obj: _Message,
         order: SupportsInt,
         privdata: object,
     ) -> None: ...
     def lrange(
         self,
         db: SupportsInt,
-        obj: Message,
+        obj: _Message,
         start: SupportsInt,
         stop: SupportsInt,
         privdata: object,
     ) -> None: ...
 
-    def sadd(self, db: SupportsInt, obj: Message) -> None: ...
-    def srem(self, db: SupportsInt, obj: Message, privdata: object = None) -> None: ...
-    def smembers(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
-    def scard(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
-    def sismember(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def sadd(self, db: SupportsInt, obj: _Message) -> None: ...
+    def srem(self, db: SupportsInt, obj: _Message, privdata: object = None) -> None: ...
+    def smembers(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
+    def scard(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
+    def sismember(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
 
     def zadd(
         self,
@@ -109,13 +109,13 @@ class VuMom:
         objs: Optional[List[Any]],
     ) -> None: ...
     def zrem(self, db: SupportsInt, objs: Optional[List[Any]]) -> None: ...
-    def zcard(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
-    def zrank(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
-    def zscore(self, db: SupportsInt, obj: Message, privdata: object) -> None: ...
+    def zcard(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
+    def zrank(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
+    def zscore(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
     def zcount(
         self,
         db: SupportsInt,
-        obj: Message,
+        obj: _Message,
         min: SupportsFloat,
         max: SupportsFloat,
         privdata: object,
@@ -123,7 +123,7 @@ class VuMom:
     def zrange(
         self,
         db: SupportsInt,
-        obj: Message,
+        obj: _Message,
         start: SupportsInt,
         stop: SupportsInt,
         privdata: object,
@@ -131,22 +131,22 @@ class VuMom:
     def zrangebyscore(
         self,
         db: SupportsInt,
-        obj: Message,
+        obj: _Message,
         min: SupportsFloat,
         max: SupportsFloat,
         privdata: object,
     ) -> None: ...
     def zremrangebyscore(
-        self, db: SupportsInt, obj: Message, min: SupportsFloat, max: SupportsFloat
+        self, db: SupportsInt, obj: _Message, min: SupportsFloat, max: SupportsFloat
     ) -> None: ...
     def zremrangebyrank(
-        self, db: SupportsInt, obj: Message, start: SupportsInt, stop: SupportsInt
+        self, db: SupportsInt, obj: _Message, start: SupportsInt, stop: SupportsInt
     ) -> None: ...
 
     def pexpire(
         self,
         db: SupportsInt,
-        obj: Message,
+        obj: _Message,
         level: SupportsInt,
         time: SupportsFloat,
         privdata: object,
@@ -154,7 +154,7 @@ class VuMom:
     def pexpire_field(
         self,
         db: SupportsInt,
-        obj: Message,
+        obj: _Message,
         level: SupportsInt,
         tag: SupportsInt,
         time: SupportsFloat,
@@ -163,27 +163,27 @@ class VuMom:
     def pexpire_fields(
         self,
         db: SupportsInt,
-        obj: Message,
+        obj: _Message,
         level: SupportsInt,
         field_tags: Optional[List[int]],
         time: SupportsFloat,
         privdata: object,
     ) -> None: ...
     def del_expire(
-        self, db: SupportsInt, obj: Message, level: SupportsInt, privdata: object
+        self, db: SupportsInt, obj: _Message, level: SupportsInt, privdata: object
     ) -> None: ...
     def pdel(
-        self, db: SupportsInt, obj: Message, level: SupportsInt, privdata: object
+        self, db: SupportsInt, obj: _Message, level: SupportsInt, privdata: object
     ) -> None: ...
 
     def subscribe(
-        self, db: SupportsInt, obj: Message, level: SupportsInt, privdata: object
+        self, db: SupportsInt, obj: _Message, level: SupportsInt, privdata: object
     ) -> None: ...
-    def unsubscribe(self, db: SupportsInt, obj: Message, level: SupportsInt) -> None: ...
+    def unsubscribe(self, db: SupportsInt, obj: _Message, level: SupportsInt) -> None: ...
     def subscribe_field(
         self,
         db: SupportsInt,
-        obj: Message,
+        obj: _Message,
         level: SupportsInt,
         fields: Optional[List[int]],
         funcs: Optional[List[Callable[[PubSubMsg, Any], object]]],
@@ -192,12 +192,12 @@ class VuMom:
     def unsubscribe_field(
         self,
         db: SupportsInt,
-        obj: Message,
+        obj: _Message,
         level: SupportsInt,
         fields: Optional[List[int]],
     ) -> None: ...
 
-    def publish(self, db: SupportsInt, obj: Message) -> None: ...
+    def publish(self, db: SupportsInt, obj: _Message) -> None: ...
 
 def __pyx_unpickle_VuMom(
     __pyx_type: type[VuMom], __pyx_checksum: int, __pyx_state: Optional[tuple[Any, ...]]
