@@ -19,11 +19,13 @@
 #define VU_HAVE_FINALIZE 0
 #endif
 
-// Set on sequence types for the match statement, which came with 3.10.
+// Set on sequence and mapping types for the match statement, which came with 3.10.
 #ifdef Py_TPFLAGS_SEQUENCE
 #define VU_SEQUENCE Py_TPFLAGS_SEQUENCE
+#define VU_MAPPING Py_TPFLAGS_MAPPING
 #else
 #define VU_SEQUENCE 0
+#define VU_MAPPING 0
 #endif
 
 // Methods are called with a vector of arguments from 3.7 on, with a tuple and a dict below.
