@@ -49,7 +49,7 @@ class BindingOnly(unittest.TestCase):
         self.assertTrue(kinds["interpreter"])
         self.assertTrue(kinds["runtime"])
         self.assertTrue(kinds["store"])
-        print("* vu_mom.so alone: undefined symbols: "
+        print("\n* vu_mom.so alone: undefined symbols: "
               + ", ".join("%s %d" % (kind, len(names)) for kind, names in kinds.items()))
 
     def test_store_functions_are_declared(self):

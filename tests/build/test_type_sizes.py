@@ -55,5 +55,5 @@ class TypeSizes(unittest.TestCase):
         self.assertEqual(maxsize, 2**31 - 1)
         for size in sorted(set(SIZES.values())):
             names = [name for name in SIZES if sizes[name] == size]
-            print("* %d bytes on 32-bit ARM: %s" % (size, ", ".join(names)))
+            print("\n* %d bytes on 32-bit ARM: %s" % (size, ", ".join(names)))
         self.assertEqual(sizes, SIZES)
