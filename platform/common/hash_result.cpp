@@ -137,13 +137,14 @@ PyGetSetDef attributes[] = {
     py::attribute("cls", field<&HashResult::cls>, nullptr, "What the message was made with."),
     {}};
 
-PyMethodDef methods[] = {{"of", py::method_pointer(of), METH_CLASS | METH_VARARGS | METH_KEYWORDS,
-                          "of(obj, tags, cls)\n--\n\nA result with a message and field numbers of "
-                          "one's own: for tests,\n"
-                          "and for unpickling."},
-                         {"__reduce__", reduce, METH_NOARGS, "How a result is pickled and copied."},
-                         {"__class_getitem__", generic_class, METH_CLASS | METH_O, kGenericDoc},
-                         {}};
+PyMethodDef methods[] = {
+    {"of", py::method_pointer(of), METH_CLASS | METH_VARARGS | METH_KEYWORDS,
+     "of($type, obj, tags, cls)\n--\n\nA result with a message and field numbers of "
+     "one's own: for tests,\n"
+     "and for unpickling."},
+    {"__reduce__", reduce, METH_NOARGS, "How a result is pickled and copied."},
+    {"__class_getitem__", generic_class, METH_CLASS | METH_O, kGenericDoc},
+    {}};
 
 PyTypeObject make_type() {
   PyTypeObject type = py::static_type("vu_mom_common.HashResult", sizeof(HashResult));

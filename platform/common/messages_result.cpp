@@ -98,9 +98,11 @@ template <typename Item>
 PyMethodDef methods[] = {
     {"of", py::method_pointer(of<Item>), METH_CLASS | METH_VARARGS | METH_KEYWORDS,
      Item::kPayload == VU_PLATFORM_PAYLOAD_SCORED
-         ? "of(pairs, cls)\n--\n\nA result with (message, score) pairs of one's own: for tests,\n"
+         ? "of($type, pairs, cls)\n--\n\nA result with (message, score) pairs of one's own: for "
+           "tests,\n"
            "and for unpickling."
-         : "of(messages, cls)\n--\n\nA result with messages of one's own: for tests, and for\n"
+         : "of($type, messages, cls)\n--\n\nA result with messages of one's own: for tests, and "
+           "for\n"
            "unpickling."},
     {}};
 

@@ -238,8 +238,9 @@ PyGetSetDef attributes[] = {
 
 PyMethodDef methods[] = {
     {"of", py::method_pointer(of), METH_CLASS | METH_VARARGS | METH_KEYWORDS,
-     "of(result=None, type_code=0, end=0, status=0, error='', db=0, key=(), tag=0, time=0.0,\n"
-     "   count=0)\n--\n\nA message with a content of one's own: for tests, and for unpickling."},
+     "of($type, result=None, type_code=0, end=0, status=0, error='', db=0, key=(), tag=0,\n"
+     "   time=0.0, count=0)\n--\n\nA message with a content of one's own: for tests, and for "
+     "unpickling."},
     {"__reduce__", reduce, METH_NOARGS, "How a message is pickled and copied."},
     {"__class_getitem__", generic_class, METH_CLASS | METH_O, kGenericDoc},
     {}};

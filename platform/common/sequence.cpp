@@ -134,9 +134,10 @@ PyMappingMethods as_mapping = mapping_slots();
 
 PyMethodDef methods[] = {
     {"index", index, METH_VARARGS,
-     "index(value, start=0, stop=None, /)\n--\n\nThe first position of a value; ValueError where\n"
+     "index($self, value, start=0, stop=sys.maxsize, /)\n--\n\nThe first position of a value; "
+     "ValueError where\n"
      "there is none."},
-    {"count", count, METH_VARARGS, "count(value, /)\n--\n\nHow often a value occurs."},
+    {"count", count, METH_VARARGS, "count($self, value, /)\n--\n\nHow often a value occurs."},
     {"__reduce__", reduce, METH_NOARGS, "How a result is pickled and copied."},
     {"__class_getitem__", generic_class, METH_CLASS | METH_O, kGenericDoc},
     {}};

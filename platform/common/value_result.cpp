@@ -131,7 +131,7 @@ PyMethodDef base_methods[] = {
 template <typename Kind>
 PyMethodDef kind_methods[] = {
     {"of", py::method_pointer(of<Kind>), METH_CLASS | METH_VARARGS | METH_KEYWORDS,
-     "of(value)\n--\n\nA result with a value of one's own: for tests, and for unpickling."},
+     "of($type, value)\n--\n\nA result with a value of one's own: for tests, and for unpickling."},
     {}};
 
 PyNumberMethods number_slots(bool whole) {

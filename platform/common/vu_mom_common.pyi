@@ -5,6 +5,7 @@ the result classes here, or None. The store's binding makes all of them; an appl
 reads and keeps them, and makes its own with the class method `of`.
 """
 
+import sys
 from typing import (
     Any,
     Callable,
@@ -96,6 +97,7 @@ class PubSubMsg(Generic[_R]):
     def count(self) -> int:
         """On the last reply of a request on a level: how many objects there were."""
 
+    def __class_getitem__(cls, parameters: Any, /) -> type: ...
     def __eq__(self, other: object) -> bool: ...
     def __ne__(self, other: object) -> bool: ...
 
@@ -114,6 +116,7 @@ class ValueResult(Generic[_V]):
     def __float__(self) -> float: ...
     def __bool__(self) -> bool: ...
     def __hash__(self) -> int: ...
+    def __class_getitem__(cls, parameters: Any, /) -> type: ...
     def __eq__(self, other: object) -> bool: ...
     def __ne__(self, other: object) -> bool: ...
     def __lt__(self, other: Union[Self, int, float]) -> bool: ...
@@ -313,9 +316,10 @@ class MessagesResult(Sequence[_M]):
     def __iter__(self) -> Iterator[_M]: ...
     def __contains__(self, value: object) -> bool: ...
     def __hash__(self) -> int: ...
+    def __class_getitem__(cls, parameters: Any, /) -> type: ...
     def __eq__(self, other: object) -> bool: ...
     def __ne__(self, other: object) -> bool: ...
-    def index(self, value: Any, start: SupportsIndex = 0, stop: SupportsIndex = ..., /) -> int:
+    def index(self, value: Any, start: SupportsIndex = 0, stop: SupportsIndex = sys.maxsize, /) -> int:
         """The first position of a value; ValueError where there is none."""
 
     def count(self, value: Any, /) -> int:
@@ -347,9 +351,10 @@ class ScoredResult(Sequence[Tuple[_M, float]], Generic[_M]):
     def __iter__(self) -> Iterator[Tuple[_M, float]]: ...
     def __contains__(self, value: object) -> bool: ...
     def __hash__(self) -> int: ...
+    def __class_getitem__(cls, parameters: Any, /) -> type: ...
     def __eq__(self, other: object) -> bool: ...
     def __ne__(self, other: object) -> bool: ...
-    def index(self, value: Any, start: SupportsIndex = 0, stop: SupportsIndex = ..., /) -> int:
+    def index(self, value: Any, start: SupportsIndex = 0, stop: SupportsIndex = sys.maxsize, /) -> int:
         """The first position of a value; ValueError where there is none."""
 
     def count(self, value: Any, /) -> int:
@@ -359,9 +364,9 @@ class ScoredResult(Sequence[Tuple[_M, float]], Generic[_M]):
 class SetResult(MessagesResult[_M]):
     """A change of a set: the members added or removed."""
 
-    def __new__(self_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
+    def __new__(_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
     @classmethod
-    def of(self_cls, messages: Iterable[_M], cls: Callable[[int], _M]) -> Self:
+    def of(_cls, messages: Iterable[_M], cls: Callable[[int], _M]) -> Self:
         """A result with messages of one's own: for tests, and for unpickling."""
 
 @final
@@ -369,27 +374,27 @@ class ListResult(MessagesResult[_M]):
     """A change of a list: the messages added, set or
     removed."""
 
-    def __new__(self_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
+    def __new__(_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
     @classmethod
-    def of(self_cls, messages: Iterable[_M], cls: Callable[[int], _M]) -> Self:
+    def of(_cls, messages: Iterable[_M], cls: Callable[[int], _M]) -> Self:
         """A result with messages of one's own: for tests, and for unpickling."""
 
 @final
 class SmembersResult(MessagesResult[_M]):
     """The members of a set, in the store's order."""
 
-    def __new__(self_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
+    def __new__(_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
     @classmethod
-    def of(self_cls, messages: Iterable[_M], cls: Callable[[int], _M]) -> Self:
+    def of(_cls, messages: Iterable[_M], cls: Callable[[int], _M]) -> Self:
         """A result with messages of one's own: for tests, and for unpickling."""
 
 @final
 class LrangeResult(MessagesResult[_M]):
     """Messages of a list, in its order."""
 
-    def __new__(self_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
+    def __new__(_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
     @classmethod
-    def of(self_cls, messages: Iterable[_M], cls: Callable[[int], _M]) -> Self:
+    def of(_cls, messages: Iterable[_M], cls: Callable[[int], _M]) -> Self:
         """A result with messages of one's own: for tests, and for unpickling."""
 
 @final
@@ -397,9 +402,9 @@ class SortedsetResult(ScoredResult[_M]):
     """A change of a sorted set: the members
     added or removed, with their scores."""
 
-    def __new__(self_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
+    def __new__(_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
     @classmethod
-    def of(self_cls, pairs: Iterable[Tuple[_M, float]], cls: Callable[[int], _M]) -> Self:
+    def of(_cls, pairs: Iterable[Tuple[_M, float]], cls: Callable[[int], _M]) -> Self:
         """A result with (message, score) pairs of one's own: for tests, and for
         unpickling."""
 
@@ -408,9 +413,9 @@ class ZrangeResult(ScoredResult[_M]):
     """Members of a sorted set between two ranks,
     in the order of their scores."""
 
-    def __new__(self_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
+    def __new__(_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
     @classmethod
-    def of(self_cls, pairs: Iterable[Tuple[_M, float]], cls: Callable[[int], _M]) -> Self:
+    def of(_cls, pairs: Iterable[Tuple[_M, float]], cls: Callable[[int], _M]) -> Self:
         """A result with (message, score) pairs of one's own: for tests, and for
         unpickling."""
 
@@ -419,9 +424,9 @@ class ZrangebyscoreResult(ScoredResult[_M]):
     """Members of a sorted set between two
     scores, in the order of their scores."""
 
-    def __new__(self_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
+    def __new__(_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
     @classmethod
-    def of(self_cls, pairs: Iterable[Tuple[_M, float]], cls: Callable[[int], _M]) -> Self:
+    def of(_cls, pairs: Iterable[Tuple[_M, float]], cls: Callable[[int], _M]) -> Self:
         """A result with (message, score) pairs of one's own: for tests, and for
         unpickling."""
 
@@ -431,10 +436,10 @@ class HashResult(Generic[_M]):
     read, or what a change concerns. Equal to a HashResult with an equal message and the
     same tags."""
 
-    def __new__(self_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
+    def __new__(_cls, data: int, cls: Callable[[int], _M]) -> Self: ...
     @classmethod
     def of(
-        self_cls, obj: Optional[_M], tags: Iterable[SupportsIndex], cls: Callable[[int], _M]
+        _cls, obj: Optional[_M], tags: Iterable[SupportsIndex], cls: Callable[[int], _M]
     ) -> Self:
         """A result with a message and field numbers of one's own: for tests, and for
         unpickling."""
@@ -452,6 +457,7 @@ class HashResult(Generic[_M]):
     def cls(self) -> Callable[[int], _M]:
         """What the message was made with."""
 
+    def __class_getitem__(cls, parameters: Any, /) -> type: ...
     def __hash__(self) -> int: ...
     def __eq__(self, other: object) -> bool: ...
     def __ne__(self, other: object) -> bool: ...

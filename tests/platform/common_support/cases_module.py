@@ -54,9 +54,16 @@ class Types(unittest.TestCase):
             ("PubSubMsg", "(record)"),
         ):
             for name in names.split():
-                cls = getattr(common, name)
-                self.assertEqual(cls.__text_signature__, expected)
-                self.assertTrue(cls.of.__text_signature__.startswith("("), name)
+                self.assertEqual(str(inspect.signature(getattr(common, name))), expected)
+        self.assertEqual(str(inspect.signature(common.IncrResult.of)), "(value)")
+        self.assertEqual(str(inspect.signature(common.LrangeResult.of)), "(messages, cls)")
+        self.assertEqual(str(inspect.signature(common.ZrangeResult.of)), "(pairs, cls)")
+        self.assertEqual(str(inspect.signature(common.HashResult.of)), "(obj, tags, cls)")
+        self.assertEqual(
+            str(inspect.signature(common.PubSubMsg.of)),
+            "(result=None, type_code=0, end=0, status=0, error='', db=0, key=(), tag=0, time=0.0, "
+            "count=0)",
+        )
 
     def test_brackets_are_for_annotations(self):
         for name in NAMES | BASES:
@@ -123,8 +130,7 @@ class Stub(unittest.TestCase):
                     continue
                 stated = [a.arg for a in function.args.args][1:]
                 real = cls if function.name == "__new__" else cls.of
-                text = real.__text_signature__.strip("()").replace("\n", " ")
-                self.assertEqual(stated, [p.split("=")[0].strip() for p in text.split(", ")])
+                self.assertEqual(stated, list(inspect.signature(real).parameters))
 
 
 assert delivery.library is not None
