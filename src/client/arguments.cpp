@@ -4,7 +4,7 @@ namespace vu_mom {
 namespace {
 
 [[noreturn]] void raise_wrong_count(const Signature& signature, std::size_t given) {
-  const std::size_t most = signature.count();
+  const std::size_t most = signature.count;
   const bool too_few = given < signature.required;
   const std::size_t expected = too_few ? signature.required : most;
   const char* rule = signature.required == most ? "exactly" : too_few ? "at least" : "at most";
@@ -14,18 +14,17 @@ namespace {
 }
 
 std::size_t find_parameter(const Signature& signature, PyObject* keyword) {
-  const std::size_t count = signature.count();
-  for (std::size_t i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i < signature.count; ++i) {
     if (PyUnicode_CompareWithASCIIString(keyword, signature.parameters[i]) == 0) return i;
   }
-  return count;
+  return signature.count;
 }
 
 [[noreturn]] void raise_refused_keyword(const Signature& signature, PyObject* keyword) {
   if (!PyUnicode_Check(keyword)) {
     py::raise(PyExc_TypeError, "%.200s() keywords must be strings", signature.function);
   }
-  if (find_parameter(signature, keyword) < signature.count()) {
+  if (find_parameter(signature, keyword) < signature.count) {
     py::raise(PyExc_TypeError, "%.200s() got multiple values for keyword argument '%U'",
               signature.function, keyword);
   }
@@ -47,7 +46,7 @@ Arguments::Arguments(const Signature& signature, PyObject* const* vector, Py_ssi
   finish(signature, refused);
 }
 
-Arguments::Arguments(const Signature& signature, PyObject* tuple, PyObject* dict) {
+ArgumentsOfDict::ArgumentsOfDict(const Signature& signature, PyObject* tuple, PyObject* dict) {
   take_positional(signature, &PyTuple_GET_ITEM(tuple, 0), PyTuple_GET_SIZE(tuple));
   py::Borrowed refused;
   if (dict != nullptr) {
@@ -65,7 +64,7 @@ Arguments::Arguments(const Signature& signature, PyObject* tuple, PyObject* dict
 void Arguments::take_positional(const Signature& signature, PyObject* const* items,
                                 Py_ssize_t count) {
   const std::size_t given = static_cast<std::size_t>(count);
-  if (given > signature.count()) raise_wrong_count(signature, given);
+  if (given > signature.count) raise_wrong_count(signature, given);
   for (std::size_t i = 0; i < given; ++i) values_[i] = py::Borrowed(items[i]);
 }
 
@@ -74,8 +73,8 @@ void Arguments::take_positional(const Signature& signature, PyObject* const* ite
 void Arguments::take_keyword(const Signature& signature, PyObject* keyword, PyObject* value,
                              py::Borrowed& refused) {
   const std::size_t index =
-      PyUnicode_Check(keyword) ? find_parameter(signature, keyword) : signature.count();
-  if (index < signature.count() && values_[index].is_null()) {
+      PyUnicode_Check(keyword) ? find_parameter(signature, keyword) : signature.count;
+  if (index < signature.count && values_[index].is_null()) {
     values_[index] = py::Borrowed(value);
   } else if (refused.is_null()) {
     refused = py::Borrowed(keyword);

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <initializer_list>
 
 #include "python/error.h"
 
@@ -12,25 +13,26 @@ inline constexpr std::size_t kMostParameters = 6;
 
 // What may be passed: the parameters in order, the first `required` of them needed.
 struct Signature {
+  constexpr Signature(const char* function_name, std::size_t needed,
+                      std::initializer_list<const char*> names)
+      : function(function_name), required(needed), count(names.size()) {
+    std::size_t i = 0;
+    for (const char* name : names) parameters[i++] = name;
+  }
+
   const char* function;  // as the texts of errors name it
   std::size_t required;
-  std::array<const char*, kMostParameters> parameters;
-
-  constexpr std::size_t count() const {
-    std::size_t n = 0;
-    while (n < kMostParameters && parameters[n] != nullptr) ++n;
-    return n;
-  }
+  std::size_t count;
+  std::array<const char*, kMostParameters> parameters{};
 };
 
 // The arguments of one call, in the order of the parameters; null where an optional one
-// was not given. Valid for the duration of the call. Both ways into the module end here:
-// a vector with a tuple of keyword names, or a tuple with a dict.
+// was not given. Valid for the duration of the call.
 class Arguments {
  public:
+  // From a vector with a tuple of keyword names, or null: what the caller keeps alive.
   Arguments(const Signature& signature, PyObject* const* vector, Py_ssize_t positional,
             PyObject* keyword_names);
-  Arguments(const Signature& signature, PyObject* tuple, PyObject* dict);
 
   // The first N arguments: `const auto [db, obj] = in.values<2>();`
   template <std::size_t N>
@@ -41,14 +43,24 @@ class Arguments {
     return first;
   }
 
- private:
+ protected:
+  Arguments() = default;
+
   void take_positional(const Signature& signature, PyObject* const* items, Py_ssize_t count);
   void take_keyword(const Signature& signature, PyObject* keyword, PyObject* value,
                     py::Borrowed& refused);
   void finish(const Signature& signature, py::Borrowed refused) const;
 
   std::array<py::Borrowed, kMostParameters> values_;
-  // A dict is the caller's and may change during the call: what came from it is kept here.
+};
+
+// From a tuple with a dict, or null. The dict is the caller's and may change during the
+// call: what came from it is kept here.
+class ArgumentsOfDict : public Arguments {
+ public:
+  ArgumentsOfDict(const Signature& signature, PyObject* tuple, PyObject* dict);
+
+ private:
   std::array<py::Owned, kMostParameters> kept_;
 };
 

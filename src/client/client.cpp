@@ -29,7 +29,7 @@ PyObject* create(PyTypeObject* type, PyObject*, PyObject*) {
 
 int initialise(PyObject* self, PyObject* tuple, PyObject* dict) {
   return enter_traced_status("vu_mom.VuMom.__init__", [&] {
-    const Arguments in(kInit, tuple, dict);
+    const ArgumentsOfDict in(kInit, tuple, dict);
     const auto [glb] = in.values<1>();
     if (!is_global_or_none(glb)) raise_wrong_type("glb", global_type_name(), glb);
     bind_client(client_of(self), glb);

@@ -16,10 +16,10 @@ struct Command {
 };
 
 // Runs a command on arguments that come as a vector or as tuple and dict.
-template <typename... In>
-PyObject* run(const Command& command, PyObject* self, In... in) noexcept {
+template <typename In, typename... Parts>
+PyObject* run(const Command& command, PyObject* self, Parts... parts) noexcept {
   return enter_traced(command.qualified_name, [&] {
-    const Arguments arguments(command.signature, in...);
+    const In arguments(command.signature, parts...);
     command.body(*reinterpret_cast<VuMom*>(self), arguments);
     return py::Owned::share(py::Borrowed(Py_None));
   });
@@ -32,12 +32,12 @@ PyMethodDef method() {
 #if VU_VECTOR_METHODS
   const auto entry = [](PyObject* self, PyObject* const* vector, Py_ssize_t positional,
                         PyObject* keyword_names) {
-    return run(command, self, vector, positional, keyword_names);
+    return run<Arguments>(command, self, vector, positional, keyword_names);
   };
   constexpr int kFlags = METH_FASTCALL | METH_KEYWORDS;
 #else
   const auto entry = [](PyObject* self, PyObject* tuple, PyObject* dict) {
-    return run(command, self, tuple, dict);
+    return run<ArgumentsOfDict>(command, self, tuple, dict);
   };
   constexpr int kFlags = METH_VARARGS | METH_KEYWORDS;
 #endif

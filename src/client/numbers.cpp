@@ -36,9 +36,17 @@ auto with_int(py::Borrowed value, Convert convert) {
   return convert(to_int(value).get());
 }
 
+// The value as a long, with the sign of its overflow: 0 where it fits.
+long to_long_and_overflow(PyObject* integer, int& overflow) {
+  long value = 0;
+  overflow = 0;
+  if (py::small_int(integer, value)) return value;
+  return PyLong_AsLongAndOverflow(integer, &overflow);
+}
+
 unsigned long to_unsigned_long(PyObject* integer, const char* type_name) {
   int overflow = 0;
-  const long value = PyLong_AsLongAndOverflow(integer, &overflow);
+  const long value = to_long_and_overflow(integer, overflow);
   if (value < 0 && overflow <= 0) {  // -1 with a positive overflow is a large value
     py::raise(PyExc_OverflowError, "can't convert negative value to %s", type_name);
   }
@@ -53,7 +61,7 @@ unsigned long to_unsigned_long(PyObject* integer, const char* type_name) {
 std::int32_t to_int32(py::Borrowed value) {
   return with_int(value, [](PyObject* integer) {
     int overflow = 0;
-    const long native = PyLong_AsLongAndOverflow(integer, &overflow);
+    const long native = to_long_and_overflow(integer, overflow);
     if (overflow != 0 || !fits<std::int32_t>(native)) raise_too_large(true);
     return static_cast<std::int32_t>(native);
   });
@@ -74,7 +82,9 @@ std::size_t to_size(py::Borrowed value) {
 
 long to_long(py::Borrowed value) {
   return with_int(value, [](PyObject* integer) {
-    const long native = PyLong_AsLong(integer);
+    long native = 0;
+    if (py::small_int(integer, native)) return native;
+    native = PyLong_AsLong(integer);
     if (native == -1 && PyErr_Occurred()) throw py::PythonError();
     return native;
   });

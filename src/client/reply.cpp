@@ -40,8 +40,15 @@ Delivery::Delivery(const vu_mom_reply* reply, void* privdata) : reply_(reply) {
   set(py::Owned::share(py::Borrowed(Py_None)));
 }
 
-bool Delivery::has(const Name& name) const {
-  return py::checked(PySequence_Contains(context_.get(), name.get().get())) != 0;
+// A context is a dict; what else supports the same lookups is taken too.
+py::Owned Delivery::find(const Name& name) const {
+  if (PyDict_CheckExact(context_.get())) {
+    PyObject* const value = PyDict_GetItemWithError(context_.get(), name.get().get());
+    if (value == nullptr && PyErr_Occurred()) throw py::PythonError();
+    return py::Owned::share(py::Borrowed(value));
+  }
+  const int found = py::checked(PySequence_Contains(context_.get(), name.get().get()));
+  return found != 0 ? py::checked(PyObject_GetItem(context_.get(), name.get().get())) : py::Owned();
 }
 
 py::Owned Delivery::item(const Name& name) const {
@@ -88,22 +95,22 @@ namespace {
 
 // The result takes its shape from the classes that the command put into the context.
 void set_result_by_context(Delivery& delivery, const vu_mom_reply* reply) {
-  const bool has_message_class = delivery.has(key::obj);
-  const bool has_result_class = delivery.has(key::resobj);
   if (reply->data == nullptr) return;
-  if (has_message_class && has_result_class) {
-    delivery.set_result_with_class(delivery.item(key::resobj));
-  } else if (has_message_class) {
+  const py::Owned message_class = delivery.find(key::obj);
+  const py::Owned result_class = delivery.find(key::resobj);
+  if (!message_class.is_null() && !result_class.is_null()) {
+    delivery.set_result_with_class(result_class);
+  } else if (!message_class.is_null()) {
     delivery.set_message();
-  } else if (has_result_class) {
-    delivery.set_result(delivery.item(key::resobj));
+  } else if (!result_class.is_null()) {
+    delivery.set_result(result_class);
   }
 }
 
 // Requests on a level get several replies; the last one carries the context's end mark.
 bool is_last(const Delivery& delivery, const vu_mom_reply* reply) {
-  if (!delivery.has(key::flag)) return true;
-  const py::Owned flag = delivery.item(key::flag);
+  const py::Owned flag = delivery.find(key::flag);
+  if (flag.is_null()) return true;
   const py::Owned end_mark = py::checked(PyLong_FromUnsignedLong(reply->end_mark));
   const py::Owned equal = py::checked(PyObject_RichCompare(flag.get(), end_mark.get(), Py_EQ));
   return py::checked(PyObject_IsTrue(equal.get())) != 0;

@@ -23,7 +23,7 @@ class Delivery {
   // an empty result.
   Delivery(const vu_mom_reply* reply, void* privdata);
 
-  bool has(const Name& name) const;
+  py::Owned find(const Name& name) const;  // null where the context has no such entry
   py::Owned item(const Name& name) const;  // raises KeyError
 
   // Sets the result from the record's data; each leaves None where the reply carries none.

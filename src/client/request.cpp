@@ -13,34 +13,19 @@ const Name flag("flag");
 namespace {
 
 const Name getfunc("__getfunc");
-const Name package_name("package_name");
-const Name short_name("short_name");
-const Name underscore("_");
 const Name class_attribute("__class__");
 
-py::Owned attribute(py::Borrowed object, const Name& name) {
-  return py::checked(PyObject_GetAttr(object.get(), name.get().get()));
-}
-
-py::Owned add(py::Borrowed left, py::Borrowed right) {
-  return py::checked(PyNumber_Add(left.get(), right.get()));
-}
-
-// Strings are joined by `+` one after the other: a name that is none fails by its rules.
-py::Owned reply_method(VuMom& client, const Name& prefix, py::Borrowed obj) {
-  const py::Owned fetch = attribute(py::Borrowed(reinterpret_cast<PyObject*>(&client)), getfunc);
-  const py::Owned package = attribute(obj, package_name);
-  const py::Owned with_package = add(prefix.get(), package);
-  const py::Owned with_underscore = add(with_package, underscore.get());
-  const py::Owned message = attribute(obj, short_name);
-  const py::Owned name = add(with_underscore, message);
+py::Owned reply_method(VuMom& client, const ReplyPrefix& prefix, py::Borrowed obj) {
+  const py::Owned fetch =
+      py::checked(PyObject_GetAttr(reinterpret_cast<PyObject*>(&client), getfunc.get().get()));
+  const py::Owned name = prefix.name_for(obj);
   PyObject* vector[] = {nullptr, name.get()};
   return py::checked(py::call_vector(fetch.get(), vector + 1, 1));
 }
 
 }  // namespace
 
-Request::Request(VuMom& client, const Name& prefix, py::Borrowed obj, py::Borrowed privdata)
+Request::Request(VuMom& client, const ReplyPrefix& prefix, py::Borrowed obj, py::Borrowed privdata)
     : Request(reply_method(client, prefix, obj), privdata) {}
 
 Request::Request(py::Borrowed callable, py::Borrowed privdata)
@@ -50,7 +35,7 @@ Request::Request(py::Borrowed callable, py::Borrowed privdata)
 }
 
 Request& Request::message_class_of(py::Borrowed obj) {
-  set(key::obj, attribute(obj, class_attribute));
+  set(key::obj, py::checked(PyObject_GetAttr(obj.get(), class_attribute.get().get())));
   return *this;
 }
 

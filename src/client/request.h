@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "client/client.h"
+#include "client/reply_name.h"
 #include "module/constants.h"
 #include "python/error.h"
 
@@ -26,7 +27,7 @@ class Request {
  public:
   // Replies go to the client's method `prefix` + obj.package_name + "_" + obj.short_name,
   // looked up here.
-  Request(VuMom& client, const Name& prefix, py::Borrowed obj, py::Borrowed privdata);
+  Request(VuMom& client, const ReplyPrefix& prefix, py::Borrowed obj, py::Borrowed privdata);
 
   // Replies go to `callable`.
   Request(py::Borrowed callable, py::Borrowed privdata);

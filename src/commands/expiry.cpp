@@ -13,11 +13,11 @@
 namespace vu_mom {
 namespace {
 
-const Name on_pexpire("on_pexpire_");
-const Name on_pexpirefield("on_pexpirefield_");
-const Name on_pexpirefields("on_pexpirefields_");
-const Name on_delexpire("on_delexpire_");
-const Name on_pdel("on_pdel_");
+const ReplyPrefix on_pexpire("on_pexpire_");
+const ReplyPrefix on_pexpirefield("on_pexpirefield_");
+const ReplyPrefix on_pexpirefields("on_pexpirefields_");
+const ReplyPrefix on_delexpire("on_delexpire_");
+const ReplyPrefix on_pdel("on_pdel_");
 
 const MessageTuple field_tags_is_none("field_tags is None");
 
@@ -100,8 +100,8 @@ void pexpire_fields(VuMom& client, const Arguments& in) {
 
 using LevelFunction = decltype(&vu_mom_pdel);
 
-void reply_by_level(VuMom& client, const Arguments& in, const Name& prefix, std::uint32_t end_mark,
-                    LevelFunction function) {
+void reply_by_level(VuMom& client, const Arguments& in, const ReplyPrefix& prefix,
+                    std::uint32_t end_mark, LevelFunction function) {
   const auto [db_arg, obj, level_arg, privdata] = in.values<4>();
   const std::uint32_t level = to_uint32(level_arg);
   Request request(client, prefix, obj, privdata);

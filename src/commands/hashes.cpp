@@ -10,8 +10,8 @@
 namespace vu_mom {
 namespace {
 
-const Name on_hmget("on_hmget_");
-const Name on_hgetall("on_hgetall_");
+const ReplyPrefix on_hmget("on_hmget_");
+const ReplyPrefix on_hgetall("on_hgetall_");
 
 using FieldsFunction = decltype(&vu_mom_hmset);
 

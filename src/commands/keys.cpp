@@ -8,9 +8,9 @@
 namespace vu_mom {
 namespace {
 
-const Name on_get("on_get_");
-const Name on_incr("on_incr_");
-const Name on_setnx("on_setnx_");
+const ReplyPrefix on_get("on_get_");
+const ReplyPrefix on_incr("on_incr_");
+const ReplyPrefix on_setnx("on_setnx_");
 
 // `flag` is an optional argument, 0 where it is not given.
 std::int32_t to_flag(py::Borrowed flag_arg) { return flag_arg.is_null() ? 0 : to_int32(flag_arg); }

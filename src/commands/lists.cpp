@@ -9,12 +9,12 @@
 namespace vu_mom {
 namespace {
 
-const Name on_lpop("on_lpop_");
-const Name on_rpop("on_rpop_");
-const Name on_llen("on_llen_");
-const Name on_lset("on_lset_");
-const Name on_linsert("on_linsert_");
-const Name on_lrange("on_lrange_");
+const ReplyPrefix on_lpop("on_lpop_");
+const ReplyPrefix on_rpop("on_rpop_");
+const ReplyPrefix on_llen("on_llen_");
+const ReplyPrefix on_lset("on_lset_");
+const ReplyPrefix on_linsert("on_linsert_");
+const ReplyPrefix on_lrange("on_lrange_");
 
 // The position is converted last, after the message's address.
 void lset(VuMom& client, const Arguments& in) {

@@ -9,8 +9,8 @@
 namespace vu_mom {
 namespace {
 
-const Name on_scan("on_scan_");
-const Name on_scanindex("on_scanindex_");
+const ReplyPrefix on_scan("on_scan_");
+const ReplyPrefix on_scanindex("on_scanindex_");
 
 // What arrived is told by the type code; the context is given back with end mark 1.
 extern "C" std::int32_t scan_cb(void*, const vu_mom_reply* reply, void* privdata) {
@@ -46,7 +46,7 @@ extern "C" std::int32_t scan_cb(void*, const vu_mom_reply* reply, void* privdata
 
 using ScanFunction = decltype(&vu_mom_scan);
 
-void scan(VuMom& client, const Arguments& in, const Name& prefix, ScanFunction function) {
+void scan(VuMom& client, const Arguments& in, const ReplyPrefix& prefix, ScanFunction function) {
   const auto [db_arg, obj, level_arg, privdata] = in.values<4>();
   const std::uint32_t level = to_uint32(level_arg);
   Request request(client, prefix, obj, privdata);

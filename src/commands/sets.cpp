@@ -6,9 +6,9 @@
 namespace vu_mom {
 namespace {
 
-const Name on_smembers("on_smembers_");
-const Name on_scard("on_scard_");
-const Name on_sismember("on_sismember_");
+const ReplyPrefix on_smembers("on_smembers_");
+const ReplyPrefix on_scard("on_scard_");
+const ReplyPrefix on_sismember("on_sismember_");
 
 constexpr Command kSadd{"vu_mom.VuMom.sadd",
                         {"sadd", 2, {"db", "obj"}},

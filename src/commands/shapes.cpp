@@ -25,7 +25,7 @@ void send(VuMom& client, const Arguments& in, MessageFunction function) {
   accept(function(client.handle(), db, message, nullptr, nullptr));
 }
 
-void reply_with_message(VuMom& client, const Arguments& in, const Name& prefix,
+void reply_with_message(VuMom& client, const Arguments& in, const ReplyPrefix& prefix,
                         MessageFunction function) {
   const auto [db_arg, obj, privdata] = in.values<3>();
   Request request(client, prefix, obj, privdata);
@@ -33,7 +33,7 @@ void reply_with_message(VuMom& client, const Arguments& in, const Name& prefix,
   send_request(client, request, db_arg, obj, function);
 }
 
-void reply_with_result(VuMom& client, const Arguments& in, const Name& prefix,
+void reply_with_result(VuMom& client, const Arguments& in, const ReplyPrefix& prefix,
                        PyTypeObject* result_class, MessageFunction function) {
   const auto [db_arg, obj, privdata] = in.values<3>();
   Request request(client, prefix, obj, privdata);
@@ -41,7 +41,7 @@ void reply_with_result(VuMom& client, const Arguments& in, const Name& prefix,
   send_request(client, request, db_arg, obj, function);
 }
 
-void reply_with_messages(VuMom& client, const Arguments& in, const Name& prefix,
+void reply_with_messages(VuMom& client, const Arguments& in, const ReplyPrefix& prefix,
                          PyTypeObject* result_class, MessageFunction function) {
   const auto [db_arg, obj, privdata] = in.values<3>();
   Request request(client, prefix, obj, privdata);

@@ -16,15 +16,15 @@ using MessageFunction = std::int32_t (*)(vu_mom_handle*, std::int32_t db, vu_mom
 void send(VuMom& client, const Arguments& in, MessageFunction function);
 
 // (db, obj, privdata): the reply is an object of the message's class.
-void reply_with_message(VuMom& client, const Arguments& in, const Name& prefix,
+void reply_with_message(VuMom& client, const Arguments& in, const ReplyPrefix& prefix,
                         MessageFunction function);
 
 // (db, obj, privdata): the reply is a result.
-void reply_with_result(VuMom& client, const Arguments& in, const Name& prefix,
+void reply_with_result(VuMom& client, const Arguments& in, const ReplyPrefix& prefix,
                        PyTypeObject* result_class, MessageFunction function);
 
 // (db, obj, privdata): the reply is a result that holds messages of the message's class.
-void reply_with_messages(VuMom& client, const Arguments& in, const Name& prefix,
+void reply_with_messages(VuMom& client, const Arguments& in, const ReplyPrefix& prefix,
                          PyTypeObject* result_class, MessageFunction function);
 
 }  // namespace vu_mom

@@ -11,12 +11,12 @@
 namespace vu_mom {
 namespace {
 
-const Name on_zcard("on_zcard_");
-const Name on_zrank("on_zrank_");
-const Name on_zscore("on_zscore_");
-const Name on_zcount("on_zcount_");
-const Name on_zrange("on_zrange_");
-const Name on_zrangebyscore("on_zrangebyscore_");
+const ReplyPrefix on_zcard("on_zcard_");
+const ReplyPrefix on_zrank("on_zrank_");
+const ReplyPrefix on_zscore("on_zscore_");
+const ReplyPrefix on_zcount("on_zcount_");
+const ReplyPrefix on_zrange("on_zrange_");
+const ReplyPrefix on_zrangebyscore("on_zrangebyscore_");
 
 const MessageTuple list_is_none("scores or objs is None");
 const MessageTuple lengths_differ("len(scores) != len(objs)");

@@ -10,7 +10,7 @@
 namespace vu_mom {
 namespace {
 
-const Name on_subscribe("on_subscribe_");
+const ReplyPrefix on_subscribe("on_subscribe_");
 
 const MessageTuple list_is_none("fields or funcs or args is None");
 const MessageTuple lengths_differ("len of fields,funcs,args is not equal");

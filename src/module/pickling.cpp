@@ -122,7 +122,7 @@ constexpr Signature kUnpickle{
 
 PyObject* unpickle(PyObject*, PyObject* tuple, PyObject* dict) {
   return enter_traced("vu_mom.__pyx_unpickle_VuMom", [&] {
-    const Arguments in(kUnpickle, tuple, dict);
+    const ArgumentsOfDict in(kUnpickle, tuple, dict);
     const auto [type, checksum_arg, state] = in.values<3>();
     const long checksum = to_long(checksum_arg);
     if (checksum != kLayoutChecksum) raise_wrong_checksum(checksum);

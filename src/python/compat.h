@@ -6,6 +6,10 @@
 #endif
 #include <Python.h>
 
+#if PY_VERSION_HEX < 0x030B0000
+#include <longintrepr.h>
+#endif
+
 #include <cstddef>
 
 // The declaration of a module's init function. Below 3.9 PyMODINIT_FUNC says nothing of
@@ -36,6 +40,38 @@
 #endif
 
 namespace py {
+
+// The value of an int of at most two internal digits (below 3.12; from then on of one that
+// is compact), without a call into the interpreter. False for a larger one.
+inline bool small_int(PyObject* integer, long& value) {
+#if PY_VERSION_HEX >= 0x030C0000
+  const auto* native = reinterpret_cast<const PyLongObject*>(integer);
+  if (!PyUnstable_Long_IsCompact(native)) return false;
+  value = static_cast<long>(PyUnstable_Long_CompactValue(native));
+  return true;
+#else
+  const digit* digits = reinterpret_cast<const PyLongObject*>(integer)->ob_digit;
+  const auto magnitude = [digits](Py_ssize_t count) {
+    const long low = static_cast<long>(digits[0]);
+    return count == 1 ? low : low | static_cast<long>(digits[1]) << PyLong_SHIFT;
+  };
+  switch (const Py_ssize_t size = Py_SIZE(integer)) {
+    case 0:
+      value = 0;
+      return true;
+    case 1:
+    case 2:
+      value = magnitude(size);
+      return true;
+    case -1:
+    case -2:
+      value = -magnitude(-size);
+      return true;
+    default:
+      return false;
+  }
+#endif
+}
 
 // callable(*arguments), `count` positional arguments. arguments[-1] may be overwritten
 // during the call and is restored. Returns a new reference, or null with the error set.
