@@ -111,6 +111,7 @@ class EndDelivery : public Delivery {
  public:
   EndDelivery(const Receiver& receiver, Notice notice)
       : receiver_(receiver), notice_(std::move(notice)) {}
+  void set_time(std::int64_t time_us) { notice_.time_us = time_us; }
   Progress step() noexcept override;
   void fail(const char* reason) noexcept override;
 

@@ -10,7 +10,7 @@
 
 namespace vu::store {
 
-class Delivery;
+class EndDelivery;
 class Session;
 
 // A callback with what was given for it. Messages are made of `type`.
@@ -26,12 +26,13 @@ struct Receiver {
 struct Subscription {
   Receiver receiver;
   Session* session = nullptr;  // whose queue its events go to
+  std::uint64_t number = 0;    // of the session's subscriptions
   std::int32_t db = 0;
   std::string prefix;     // the leading key components, as identity bytes
   std::uint32_t tag = 0;  // the field; 0: the whole object
   // Its last delivery, made with the subscription so that ending cannot fail. Taken
   // from here when the subscription ends.
-  std::unique_ptr<Delivery> end;
+  std::unique_ptr<EndDelivery> end;
 
   Subscription();
   ~Subscription();

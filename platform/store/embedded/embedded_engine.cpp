@@ -24,6 +24,7 @@ void EmbeddedEngine::close(const char* reason) noexcept {
   for (auto& [number, entry] : subscriptions_) {
     auto& [shelf, subscription] = entry;
     shelf->watchers.remove(*subscription);
+    subscription->end->set_time(store_->calendar());
     subscription->end->fail(reason);
     session_.post(std::move(subscription->end));
   }

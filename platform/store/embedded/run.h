@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "../request.h"
 #include "embedded_engine.h"
@@ -78,6 +79,7 @@ class Run {
   void zrangebyscore();
   void zremrangebyscore();
   void zremrangebyrank();
+  void remove_members(Cell cell, const std::vector<Cell>& members, std::int32_t type_code);
 
   // levels.cpp
   void scan(bool keys_only);
@@ -88,6 +90,11 @@ class Run {
   void subscribe();
   void unsubscribe();
   void publish();
+  std::string_view prefix() const;
+  std::vector<Cell> matching();
+  void reply_on_level(const std::vector<Cell>& cells, std::uint32_t end_mark,
+                      std::string error = {});
+  void remove_all(const std::vector<Cell>& cells, std::int32_t type_code);
 
   Shelf& shelf();
   // The object that the request names, or 0.

@@ -33,9 +33,10 @@ void Store::detach(Session& session) noexcept {
 }
 
 Shelf& Store::shelf(std::int32_t db, const TypeInfo& type) {
-  auto& shelf = shelves_[{db, type.id}];
-  if (!shelf) shelf = std::make_unique<Shelf>(slab_, lifetimes_, db, type);
-  return *shelf;
+  const auto key = std::make_pair(db, type.id);
+  const auto known = shelves_.find(key);
+  if (known != shelves_.end()) return *known->second;
+  return *shelves_.emplace(key, std::make_unique<Shelf>(slab_, lifetimes_, db, type)).first->second;
 }
 
 Cell Store::find(Shelf& shelf, std::string_view identity) {
@@ -86,25 +87,35 @@ void Store::expire(Shelf& shelf, Cell cell) {
   outbox.post();
 }
 
-bool Store::expire_field(Shelf& shelf, Cell cell, std::uint32_t tag) {
-  const Object object = shelf.object(cell);
-  auto& body = object.body_as<HashBody>();
-  Outbox outbox;
+void Store::tell_field_expired(Outbox& outbox, const Shelf& shelf, Object object,
+                               std::uint32_t tag) {
+  if (shelf.watchers.empty()) return;
   tell(outbox, shelf, object.key(), tag, VU_MOM_TYPE_NONE, kNoContent);
-  // The object has changed too; the tag tells this from its own end.
-  if (!shelf.watchers.empty()) {
-    Notice notice = notice_of(shelf, object.key());
-    notice.type_code = VU_MOM_TYPE_NONE;
-    notice.tag = tag;
-    const auto shared = std::make_shared<const Notice>(std::move(notice));
-    shelf.watchers.for_each(0, object.key(), [&](const std::shared_ptr<Subscription>& one) {
-      outbox.add(*one->session, std::make_unique<EventDelivery>(one, shared));
-    });
-  }
-  lifetimes_.clear_field(*object.extra(), tag);
-  body.fields.erase(body.fields.begin() + (body.find(tag) - body.fields.data()));
-  const bool stays = !body.fields.empty();
-  if (!stays) shelf.remove(cell);
+  Notice notice = notice_of(shelf, object.key());
+  notice.type_code = VU_MOM_TYPE_NONE;
+  notice.tag = tag;  // tells it from the end of the object
+  const auto shared = std::make_shared<const Notice>(std::move(notice));
+  shelf.watchers.for_each(0, object.key(), [&](const std::shared_ptr<Subscription>& one) {
+    outbox.add(*one->session, std::make_unique<EventDelivery>(one, shared));
+  });
+}
+
+bool Store::drop_field(Shelf& shelf, Cell cell, std::uint32_t tag) noexcept {
+  const Object object = shelf.object(cell);
+  auto& fields = object.body_as<HashBody>().fields;
+  Field* const field = object.body_as<HashBody>().find(tag);
+  if (field == nullptr) return true;
+  if (Extra* const extra = object.extra()) lifetimes_.clear_field(*extra, tag);
+  fields.erase(fields.begin() + (field - fields.data()));
+  if (!fields.empty()) return true;
+  shelf.remove(cell);
+  return false;
+}
+
+bool Store::expire_field(Shelf& shelf, Cell cell, std::uint32_t tag) {
+  Outbox outbox;
+  tell_field_expired(outbox, shelf, shelf.object(cell), tag);
+  const bool stays = drop_field(shelf, cell, tag);
   outbox.post();
   return stays;
 }

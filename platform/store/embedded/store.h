@@ -63,6 +63,13 @@ class Store {
   // Tells that the object is gone, it and each watched field that it carries.
   void tell_gone(Outbox& outbox, const Shelf& shelf, Object object, std::int32_t type_code);
 
+  // Tells that a field has expired: those who watch it, and with its tag those who watch
+  // the whole object.
+  void tell_field_expired(Outbox& outbox, const Shelf& shelf, Object object, std::uint32_t tag);
+  // Takes a field from a hash, which goes with its last one. Returns whether the object
+  // is still there.
+  bool drop_field(Shelf& shelf, Cell cell, std::uint32_t tag) noexcept;
+
   // A notice about an object, now.
   Notice notice_of(const Shelf& shelf, std::string_view identity) const;
 

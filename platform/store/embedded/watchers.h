@@ -48,6 +48,16 @@ class Watchers {
     }
   }
 
+  // Calls visit(subscription) for those to `tag` at exactly these key components.
+  template <typename Visit>
+  void for_each_at(std::uint32_t tag, std::string_view prefix, Visit visit) const {
+    const auto watched = by_tag_.find(tag);
+    if (watched == by_tag_.end()) return;
+    const auto group = watched->second.find(prefix);
+    if (group == watched->second.end()) return;
+    for (const auto& subscription : group->second) visit(subscription);
+  }
+
  private:
   struct Hash {
     using is_transparent = void;
