@@ -9,15 +9,21 @@ LEGS=(host armhf asan debug)
 # run_suite LEG SUITE SECONDS COMMAND...: runs one test runner, at most SECONDS.
 run_suite() { /usr/bin/python3 tools/run_suite.py "$@"; }
 
+# pytest_suite LEG SUITE PYTHON...: tests/SUITE, with what the leg has built.
+pytest_suite() {
+  local leg=$1 suite=$2
+  shift 2
+  run_suite "$leg" "$suite" 600 env "PYTHONPATH=$PWD/build/$leg/python" \
+    "$@" -m pytest -q -p no:cacheprovider "tests/$suite"
+}
+
 # python_suites LEG PYTHON...: what the interpreter of a leg runs.
 python_suites() {
-  local leg=$1 suite
+  local leg=$1
   shift
   run_suite "$leg" binding 600 "$@" tests/binding/run.py "build/$leg"
-  for suite in platform contract; do
-    run_suite "$leg" "$suite" 600 env "PYTHONPATH=$PWD/build/$leg/python" \
-      "$@" -m pytest -q -p no:cacheprovider "tests/$suite"
-  done
+  pytest_suite "$leg" platform "$@"
+  pytest_suite "$leg" contract "$@"
 }
 
 # store_suites LEG [EMULATOR...]: the programs that test the store library without Python.
@@ -33,6 +39,7 @@ leg_host() {
   build_preset host
   python_suites host /usr/bin/python3
   store_suites host
+  pytest_suite host docs /usr/bin/python3
   run_suite host build 600 /usr/bin/python3 tests/build/run.py build/host
 }
 
