@@ -27,7 +27,7 @@ struct vu_thread_source {
   vu_thread_next_due next_due;
   void* user;
   vu_thread::Loop* loop;
-  bool is_woken = true;  // it may have something already when it is added
+  bool is_woken = false;
   bool is_removed = false;
 };
 
