@@ -8,6 +8,8 @@ import os
 import subprocess
 import sys
 import unittest
+import warnings
+import weakref
 
 import recorder  # loads the store library: before vu_mom
 
@@ -146,6 +148,27 @@ def reports():
         for name in ("last_type", "last_value", "last_traceback", "last_exc"):
             if hasattr(sys, name):  # printing an exception leaves it there
                 delattr(sys, name)
+
+
+@contextlib.contextmanager
+def warnings_ignored():
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        yield
+
+
+@contextlib.contextmanager
+def silence():
+    """What is written to the process's standard error, and not to sys.stderr, is dropped."""
+    kept = os.dup(2)
+    nowhere = os.open(os.devnull, os.O_WRONLY)
+    os.dup2(nowhere, 2)
+    try:
+        yield
+    finally:
+        os.dup2(kept, 2)
+        os.close(kept)
+        os.close(nowhere)
 
 
 # --- arguments ------------------------------------------------------------------------------
@@ -313,6 +336,28 @@ def positional(row, arguments):
 
 
 # --- the base class -------------------------------------------------------------------------
+
+
+def give_back_contexts(test, p, count):
+    """Finds the contexts that were kept with p, and gives back the one reference of each."""
+    if count == 0:
+        return
+    found = [id(thing) for thing in gc.get_objects()
+             if type(thing) is dict and "cb" in thing and thing.get("p") is p]
+    test.assertEqual(len(found), count)
+    for context in found:
+        test.take_back(context)
+
+
+class Made(object):
+    """A context made by a test. Only the reference of the store keeps it."""
+
+    def __init__(self, keys):
+        token = Privdata()
+        self.alive = weakref.ref(token)
+        self.seen = []
+        context = dict(keys, token=token)
+        self.address = recorder.keep(context)
 
 
 class Callbacks(object):
@@ -513,6 +558,27 @@ class BindingTest(unittest.TestCase):
         """Gives back the one reference that was kept, and proves that it was the last."""
         self.assertEqual(self.extra_references(context), 1)
         recorder.give_back(context)
+
+    def made(self, **keys):
+        """A context with a cb that only notes what it is called with."""
+        context = Made(keys)
+        content = recorder.object_at(context.address)
+        content.setdefault("p", "private")
+        seen = context.seen
+        content.setdefault("cb", lambda *arguments: seen.append(arguments))
+        return context
+
+    def references(self, made):
+        """The references to a context that a test made; it is freed where there are none."""
+        return 0 if made.alive() is None else self.extra_references(made.address)
+
+    def take_back_made(self, made):
+        self.assertEqual(self.references(made), 1)
+        recorder.give_back(made.address)
+        self.assertIsNone(made.alive())
+
+    def assert_quiet(self, found):
+        self.assertEqual((found.text, found.unraisable), ("", []))
 
     def record(self, type_code=0, data=0, end_mark=0):
         return recorder.Reply(type_code=type_code, data=data, unread=0xABABABAB, end_mark=end_mark)

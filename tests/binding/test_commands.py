@@ -1,5 +1,4 @@
 """All 49 commands against the rows of cases.py, in every respect that they share."""
-import gc
 import sys
 import unittest
 
@@ -185,7 +184,7 @@ class WrongTypes(CommandTest):
         self.refused(row, method, arguments, error, text)
         kept = contexts_kept(row, row.steps.index(step or name))
         self.assertEqual(sys.getrefcount(p) - before, kept)
-        give_back_contexts(self, p, kept)
+        support.give_back_contexts(self, p, kept)
         recorder.free_blocks()
 
     def numbers(self, row):
@@ -318,17 +317,6 @@ def contexts_kept(row, number):
     return 1 if ("class" if "class" in row.steps else "call") in before else 0
 
 
-def give_back_contexts(test, p, count):
-    """Finds the contexts that were kept with p, and gives back the one reference of each."""
-    if count == 0:
-        return
-    found = [id(thing) for thing in gc.get_objects()
-             if type(thing) is dict and "cb" in thing and thing.get("p") is p]
-    test.assertEqual(len(found), count)
-    for context in found:
-        test.take_back(context)
-
-
 class Order(CommandTest):
     """The order of all steps, observed from within them."""
 
@@ -383,7 +371,7 @@ class Order(CommandTest):
                 self.assert_nothing_sent()
                 kept = contexts_kept(row, number)
                 self.assertEqual(sys.getrefcount(self.p) - before, kept)
-                give_back_contexts(self, self.p, kept)
+                support.give_back_contexts(self, self.p, kept)
                 self.assert_arrays(row, number)
                 recorder.free_blocks()
         self.each_row(check)
@@ -405,7 +393,7 @@ class Order(CommandTest):
                     error.__traceback__ = None
                 self.client.log = None
                 self.assertEqual(log.seen, row.steps[:number + 1])
-                give_back_contexts(self, self.p, contexts_kept(row, number))
+                support.give_back_contexts(self, self.p, contexts_kept(row, number))
                 recorder.free_blocks()
         self.each_row(check)
 
