@@ -1,0 +1,14 @@
+// What protoc-gen-vu refuses.
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+
+#include <string>
+
+namespace vu {
+
+// The first thing that is wrong with the options or names in a file, naming file, message
+// and field; empty if all is well.
+std::string find_mistake(const google::protobuf::FileDescriptor& file);
+
+}  // namespace vu

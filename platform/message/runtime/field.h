@@ -1,0 +1,30 @@
+// Reading and setting whole fields: what attributes and keyword arguments do.
+#pragma once
+
+#include "message.h"
+
+namespace vu {
+
+extern PyTypeObject field_type;  // vu_message.Field
+
+// The value of the field: a plain value, the wrapper of its message, or a view.
+py::Owned get_field(MessageObject& message, Field& field);
+
+// Gives the field a value. Messages are copied, from a wrapper or a dict of their fields;
+// repeated fields take any iterable, maps any mapping. All of the value is checked before
+// anything is changed. TypeError or ValueError naming the field.
+void set_field(MessageObject& message, Field& field, py::Borrowed value);
+
+// Sets the fields that `values`, a dict, names; None leaves a field alone.
+void set_fields(MessageObject& message, py::Borrowed values);
+
+// A native message made from a wrapper of that type or a dict, for use in `field`.
+std::unique_ptr<NativeMessage> to_native(MessageInfo& info, const Field& field, py::Borrowed value);
+
+// A native message with the fields that `values` (a dict, or null for none) names.
+std::unique_ptr<NativeMessage> native_of(MessageInfo& info, py::Borrowed values);
+
+// Makes the type ready and adds it to `module`.
+void add_field_type(py::Borrowed module);
+
+}  // namespace vu

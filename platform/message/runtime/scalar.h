@@ -1,0 +1,59 @@
+// Values of scalar fields between Python and native messages.
+#pragma once
+
+#include <google/protobuf/map_field.h>
+#include <google/protobuf/message.h>
+
+#include <cstdint>
+#include <string>
+
+#include "python/error.h"
+
+namespace vu {
+
+// Where a value is used, for errors: "demo.Counter.hits", "demo.Counter.labels key".
+struct Place {
+  const google::protobuf::FieldDescriptor& field;
+  const char* part = "";
+
+  std::string text() const { return field.full_name() + part; }
+};
+
+// A checked value on its way into a message: the member that its type uses.
+struct Scalar {
+  union {
+    std::int64_t integer = 0;  // int32, int64, enum, bool
+    std::uint64_t natural;     // uint32, uint64
+    double real;               // float, double
+  };
+  std::string text;  // string, bytes
+};
+
+// Checks and converts a value for a field of that type; TypeError or ValueError naming the
+// place. May run Python code (__index__, __float__). A name is accepted for an enum value.
+Scalar to_scalar(const google::protobuf::FieldDescriptor& type, const Place& place,
+                 py::Borrowed value);
+
+// The value of a singular field, and of one element of a repeated field (`index` in range).
+py::Owned get_scalar(const google::protobuf::Message& message,
+                     const google::protobuf::FieldDescriptor& field);
+py::Owned get_scalar(const google::protobuf::Message& message,
+                     const google::protobuf::FieldDescriptor& field, int index);
+
+void set_scalar(google::protobuf::Message& message, const google::protobuf::FieldDescriptor& field,
+                Scalar&& value);
+void set_scalar(google::protobuf::Message& message, const google::protobuf::FieldDescriptor& field,
+                int index, Scalar&& value);
+void add_scalar(google::protobuf::Message& message, const google::protobuf::FieldDescriptor& field,
+                Scalar&& value);
+
+// The same for map entries; `type` is the entry's field "key" or "value".
+google::protobuf::MapKey to_map_key(const google::protobuf::FieldDescriptor& type, Scalar&& value);
+py::Owned from_map_key(const google::protobuf::FieldDescriptor& type,
+                       const google::protobuf::MapKey& key);
+void set_map_value(google::protobuf::MapValueRef& target,
+                   const google::protobuf::FieldDescriptor& type, Scalar&& value);
+py::Owned from_map_value(const google::protobuf::FieldDescriptor& type,
+                         const google::protobuf::MapValueConstRef& value);
+
+}  // namespace vu

@@ -1,0 +1,16 @@
+import enum
+from typing import List, Tuple, Type, TypeVar
+
+_E = TypeVar("_E", bound="Enum")
+
+class Enum(enum.IntEnum):
+    @classmethod
+    def Name(cls, number: int) -> str: ...
+    @classmethod
+    def Value(cls: Type[_E], name: str) -> _E: ...
+    @classmethod
+    def keys(cls) -> List[str]: ...
+    @classmethod
+    def values(cls: Type[_E]) -> List[_E]: ...
+    @classmethod
+    def items(cls: Type[_E]) -> List[Tuple[str, _E]]: ...
