@@ -66,9 +66,13 @@ def tally(log, status):
 
 def run(command, limit, log):
     """Exit status of the command, or None where it ran out of time."""
-    process = subprocess.Popen(
-        command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True
-    )
+    try:
+        process = subprocess.Popen(
+            command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True
+        )
+    except OSError as error:
+        log.write(b"%s\n" % str(error).encode())
+        return 127
     try:
         return process.wait(limit)
     except subprocess.TimeoutExpired:

@@ -58,6 +58,10 @@ class RunSuite(unittest.TestCase):
             self.assertLess(time.monotonic(), end)
             time.sleep(0.01)
 
+    def test_a_runner_that_is_not_there_has_failed(self):
+        with tempfile.TemporaryFile() as log:
+            self.assertEqual(run_suite.run([os.path.join(SOURCE, "not-there")], 1, log), 127)
+
     def is_running(self, *command):
         for path in glob.glob("/proc/[0-9]*/cmdline"):
             try:
