@@ -1,0 +1,219 @@
+"""examples/netmon, run as a user runs it, on counters that change under its eyes."""
+
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+import pytest
+
+NETMON = pathlib.Path(__file__).parents[2] / "examples" / "netmon" / "netmon.py"
+
+HEADINGS = (
+    "Inter-|   Receive                                                |  Transmit\n"
+    " face |bytes    packets errs drop fifo frame compressed multicast"
+    "|bytes    packets errs drop fifo colls carrier compressed\n"
+)
+
+
+def line(name, rx_bytes, tx_bytes=0, errors=0, drops=0):
+    return "%6s: %d 1 %d %d 0 0 0 0 %d 1 0 0 0 0 0 0\n" % (
+        name,
+        rx_bytes,
+        errors,
+        drops,
+        tx_bytes,
+    )
+
+
+class Netmon:
+    """The program, reading counters from a file, with its output as it comes."""
+
+    def __init__(self, directory, *options):
+        self.counters = directory / "dev"
+        self.options = options
+        self.output = []
+
+    def write(self, *lines):
+        """The file is replaced in one step: a half-written one would be another test."""
+        new = self.counters.with_suffix(".new")
+        new.write_text(HEADINGS + "".join(lines), encoding="utf-8")
+        os.replace(str(new), str(self.counters))
+
+    def start(self):
+        self.process = subprocess.Popen(
+            [sys.executable, "-B", str(NETMON), "--proc", str(self.counters)] + list(self.options),
+            stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
+            universal_newlines=True,
+        )
+        self.reader = threading.Thread(target=self.read)
+        self.reader.start()
+
+    def read(self):
+        for text in self.process.stdout:
+            self.output.append(text.rstrip("\n"))
+
+    def wait_for(self, pattern):
+        """Waits for a new line that matches, and returns the match."""
+        end = time.monotonic() + 60
+        while time.monotonic() < end and (self.reader.is_alive() or self.output):
+            while self.output:
+                text = self.output.pop(0)
+                found = re.search(pattern, text)
+                if found:
+                    return found
+            time.sleep(0.01)
+        raise AssertionError("no line matches %r" % pattern)
+
+    def end(self):
+        """Returns the exit status and the rest of the output."""
+        status = self.process.wait(60)
+        self.reader.join(60)
+        return status, self.output
+
+
+@pytest.fixture
+def netmon(tmp_path):
+    started = []
+
+    def make(*options):
+        started.append(Netmon(tmp_path, *options))
+        return started[-1]
+
+    yield make
+    for each in started:
+        if hasattr(each, "process"):
+            each.process.kill()
+            each.end()
+
+
+def test_ends_by_itself(netmon):
+    run = netmon("--seconds", "1", "--interval", "0.1")
+    run.write(line("lo", 1000, 1000))
+    run.start()
+    status, output = run.end()
+    assert status == 0
+    assert re.search(r"^ +0\.0 s  network interfaces of \S+, every 0\.1 s$", output[0])
+    assert sum("new: lo" in text for text in output) == 1
+    assert sum(re.search(r"s  lo .* 1\.00 kB +1\.00 kB$", text) is not None for text in output) == 1
+    samples = int(re.search(r"s  (\d+) samples$", output[-2]).group(1))
+    assert 2 <= samples <= 11
+    assert output[-1].endswith("  last alarms: none")
+
+
+def test_shows_what_changes(netmon):
+    run = netmon("--seconds", "300", "--interval", "0.1")
+    run.write(line("lo", 1000), line("eth0", 5000000, 70, errors=3))
+    run.start()
+    run.wait_for(r"  interface +receiving +sending +received +sent$")
+    run.wait_for(r"  lo +0 B/s +0 B/s +1\.00 kB +0 B$")
+
+    # Traffic: the rate is what was added since the last sample, which is 0.1 s or more ago.
+    run.write(line("lo", 1000), line("eth0", 15000000, 70, errors=3))
+    found = run.wait_for(r"  eth0 +([\d.]+) MB/s +0 B/s +15\.0 MB +70 B$")
+    assert 1 < float(found.group(1)) <= 101
+
+    # Faults: the difference, not the total; and only those that are new.
+    run.write(line("lo", 1000, drops=5), line("eth0", 15000000, 70, errors=5))
+    found = {run.wait_for(r"  ALARM (.*)").group(1) for _ in range(2)}
+    assert found == {"lo: 5 drops", "eth0: 2 errors"}
+
+    # An interface comes, another goes.
+    run.write(line("lo", 1000, drops=5), line("wlan0", 1))
+    run.wait_for(r"  new: wlan0$")
+    run.wait_for(r"  gone: eth0$")
+
+    run.process.send_signal(signal.SIGINT)
+    status, output = run.end()
+    assert status == 0
+    assert output[-1].endswith("  last alarms: lo: 5 drops, eth0: 2 errors")
+
+
+def test_the_busiest_comes_first(netmon):
+    run = netmon("--seconds", "300", "--interval", "0.1")
+    run.write(line("a", 0), line("b", 0), line("c", 0))
+    run.start()
+    run.wait_for(r"  c .* 0 B +0 B$")
+    run.write(line("a", 1000), line("b", 9000000), line("c", 1000000))
+    order = [run.wait_for(r"  ([abc]) .*[1-9].*").group(1) for _ in range(3)]
+    assert order == ["b", "c", "a"]
+
+
+def test_keeps_the_last_five_alarms(netmon):
+    run = netmon("--seconds", "300", "--interval", "0.05")
+    run.write(line("lo", 0))
+    run.start()
+    run.wait_for(r"  lo ")
+    for drops in range(1, 8):
+        run.write(line("lo", 0, drops=drops * 10 + sum(range(drops + 1))))
+        run.wait_for(r"  ALARM lo: \d+ drops$")
+    run.process.send_signal(signal.SIGINT)
+    status, output = run.end()
+    assert status == 0
+    expected = ", ".join("lo: %d drops" % (10 + drops) for drops in range(3, 8))
+    assert output[-1].endswith("  last alarms: " + expected)
+
+
+def test_odd_counters(netmon):
+    run = netmon("--seconds", "300", "--interval", "0.1")
+    run.write(
+        "nonsense\n",
+        ": 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1 1\n",
+        "short: 1 2 3\n",
+        "words: a b c d e f g h i j k l m n o p\n",
+        line("negative", -1),
+        line("huge", 2**64),
+        line("eth0:1", 2**63 - 1),
+        "noblank:7 1 0 0 0 0 0 0 8 1 0 0 0 0 0 0 99 99\n",
+    )
+    run.start()
+    names = {run.wait_for(r"  new: (.*)").group(1) for _ in range(2)}
+    assert names == {"eth0:1", "noblank"}
+    run.wait_for(r"  eth0:1 .* 9223 PB +0 B$")
+
+    # Nothing to read for a while: what was there gets stale, then comes back.
+    run.counters.unlink()
+    assert {run.wait_for(r"  gone: (.*)").group(1) for _ in range(2)} == names
+    run.write(line("lo", 1))
+    run.wait_for(r"  new: lo$")
+
+
+def test_no_counters(netmon):
+    run = netmon()
+    run.start()
+    status, output = run.end()
+    assert status == 1
+    assert len(output) == 1
+    assert output[0].startswith("netmon: cannot read the counters: ")
+
+
+@pytest.mark.parametrize("option", ["--seconds", "--interval"])
+@pytest.mark.parametrize("value", ["0", "-1", "nan", "inf", "x"])
+def test_bad_option(netmon, option, value):
+    run = netmon("%s=%s" % (option, value))
+    run.write(line("lo", 1))
+    run.start()
+    status, output = run.end()
+    assert status == 2
+    assert option in output[-1] and value in output[-1]
+
+
+def test_the_machine_it_runs_on():
+    """Without options: the kernel's counters, and the traffic that it makes itself."""
+    child = subprocess.run(
+        [sys.executable, "-B", str(NETMON), "--seconds", "1", "--interval", "0.1"],
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        universal_newlines=True,
+        timeout=60,
+    )
+    assert child.returncode == 0, child.stdout
+    interfaces = [path.name for path in pathlib.Path("/sys/class/net").iterdir() if path.is_dir()]
+    assert interfaces
+    for name in interfaces:
+        assert "  new: %s\n" % name in child.stdout
