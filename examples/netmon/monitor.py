@@ -36,6 +36,11 @@ def rate(before: int, now: int, seconds: float) -> float:
     return (now - before) / seconds if now > before and seconds > 0 else 0.0
 
 
+def name_of(msg: PubSubMsg[Any]) -> str:
+    """The interface that an event is about: its key is the host and the name."""
+    return str(msg.key[1])
+
+
 class Monitor(VuMom):
     def __init__(self, glb: VuGlobal, host: str, screen: Screen) -> None:
         super().__init__(glb)
@@ -72,8 +77,7 @@ class Monitor(VuMom):
         if msg.type_code == Event.SET:
             self.update(msg.result.name, msg.result, msg.time)
         elif msg.type_code in (Event.EXPIRED, Event.DELETED):
-            _, name = msg.key
-            self.forget(name)
+            self.forget(name_of(msg))
 
     def on_subscribe_netmon_Samples(self, msg: PubSubMsg[Samples], p: Any) -> None:
         if msg.type_code == Event.INCR:  # a sample is complete: show it, the busiest first
@@ -82,7 +86,7 @@ class Monitor(VuMom):
     def on_fault(self, msg: PubSubMsg[HashResult[Faults]], field: str) -> None:
         if msg.type_code != Event.HMSET:
             return
-        _, name = msg.key
+        name = name_of(msg)
         now = getattr(msg.result.obj, field)
         before = self.faults.get((name, field), now)
         self.faults[name, field] = now
