@@ -8,7 +8,7 @@ import re
 import pytest
 import vu_mom
 import vu_mom_common
-from netmon_vu import Samples
+from netmon_vu import Busiest, Samples
 from vu_global import VuGlobal
 
 ROOT = pathlib.Path(__file__).parents[2]
@@ -97,6 +97,7 @@ def client(request):
     """On a store of its own."""
     with VuGlobal(store="embedded:%s" % request.node.name) as glb:
         made = Client(glb)
+        made.glb = glb
         made.run = lambda: run_until_idle(glb)
         yield made
 
@@ -205,7 +206,9 @@ def test_one_reply(client, command, filled):
     [(msg, p)] = client.calls
     assert p == "p"
     assert (msg.status, msg.error) == (0, "")
-    assert describe(msg.result, BY_NAME[command].arrives), msg
+    arrives = BY_NAME[command].arrives
+    assert describe(msg.result, arrives), msg
+    assert (msg.result is None) == (not filled and "`None`" in arrives)
 
 
 @pytest.mark.parametrize("filled", [True, False], ids=["filled", "empty"])
@@ -235,6 +238,59 @@ def test_scan_by_kind(client, kind, command):
     result = client.calls[0][0].result
     assert type(result).__name__ == kind
     assert describe(result, BY_NAME["scan"].arrives)
+
+
+def test_values_of_results(client):
+    """What the page says of the numbers and truth values that arrive."""
+    one, two, three = samples(1), samples(2), samples(3)
+    client.lset(0, one, 0, None)
+    client.linsert(0, one, two, 0, None)
+    client.rpush(0, one)
+    client.lset(0, one, 0, None)
+    client.lset(0, one, 1, None)
+    client.linsert(0, two, one, 0, None)
+    client.linsert(0, one, two, 0, None)
+    client.linsert(0, one, three, 1, None)
+    client.lrange(0, one, -3, -1, None)
+    client.delete(0, one)
+    client.setnx(0, one, None)
+    client.setnx(0, two, None)
+    client.incr(0, one, None)
+    client.delete(0, one)
+    client.zadd(0, [5, 7.0, 9.0], [one, two, three])
+    client.zrank(0, two, None)
+    client.zcount(0, one, 5.0, 7.0, None)
+    client.zrange(0, one, -1, -1, None)
+    client.zrangebyscore(0, one, -math.inf, 5.0, None)
+    client.run()
+    results = [msg.result for msg, _ in client.calls]
+    assert [result.value for result in results[:6]] == [False, 0, True, False, -1, 2]
+    assert results[6].value == 3
+    assert results[7] == [two, one, three]
+    assert [result.value for result in results[8:11]] == [True, False, 2]
+    assert [result.value for result in results[11:13]] == [1, 2]
+    assert results[13] == [(three, 9.0)]
+    assert results[14] == [(one, 5.0)]
+
+
+def test_flag_1_is_quiet(client):
+    client.subscribe(0, samples(), 1, "change")
+    client.set(0, samples(1))
+    client.set(0, samples(2), 1)
+    client.run()
+    assert [msg.result.taken for msg, p in client.calls if p == "change"] == [1]
+
+
+@pytest.mark.parametrize("flag, kept", [(0, False), (2, True)])
+def test_flag_2_keeps_the_lifetime(client, flag, kept):
+    client.set(0, samples(1))
+    client.pexpire(0, samples(), 1, 10.0, None)
+    client.set(0, samples(2), flag)
+    client.glb._advance_clock(11.0)
+    client.get(0, samples(), "got")
+    client.run()
+    [found] = [msg.result for msg, p in client.calls if p == "got"]
+    assert (found is None) == kept
 
 
 def test_failed_request(client):
@@ -330,8 +386,9 @@ CASES += [
 CASES += [
     (command, {"field_tags": [TAKEN, bad]}, "InputError", "")
     for command in ("hmset", "hmsetnx", "hmupdate", "hmget")
-    for bad in (-1, "text")
+    for bad in (-1, "text", 99)
 ]
+CASES += [(command, {"flag": 4}, "InputError", "") for command in ("set", "setow", "delow")]
 CASES += [
     (command, {"min": NAN}, "InputError", "")
     for command in ("zcount", "zrangebyscore", "zremrangebyscore")
@@ -340,6 +397,26 @@ CASES += [
     (command, {"time": bad}, exception, None)
     for command in ("pexpire", "pexpire_field", "pexpire_fields")
     for bad, exception in ((math.inf, "OverflowError"), (NAN, "ValueError"))
+]
+OTHER_KEY = Samples(host="elsewhere")
+OTHER_TYPE = Busiest(host="here")
+CASES += [
+    (command, changed, "InputError", "")
+    for command, changed in (
+        ("incr", {"obj": OTHER_TYPE}),
+        ("linsert", {"order": 2}),
+        ("linsert", {"pivot": OTHER_KEY}),
+        ("linsert", {"pivot": OTHER_TYPE}),
+        ("zadd", {"scores": [1.0, 2.0], "objs": [samples(), OTHER_KEY]}),
+        ("zadd", {"scores": [1.0, 2.0], "objs": [samples(), OTHER_TYPE]}),
+        ("zrem", {"objs": [samples(), OTHER_KEY]}),
+        ("zrem", {"objs": [samples(), OTHER_TYPE]}),
+        ("pexpire_field", {"tag": 99}),
+        ("pexpire_field", {"tag": -1}),
+        ("pexpire_fields", {"field_tags": [TAKEN, 99]}),
+        ("subscribe_field", {"fields": [99]}),
+        ("unsubscribe_field", {"fields": [99]}),
+    )
 ]
 CASES += [
     ("lrem", {"count": -1}, "OverflowError", "can't convert negative value to size_t"),
