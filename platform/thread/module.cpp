@@ -28,7 +28,7 @@ uv_loop_s* uv_loop(PyObject* master) { return loop_of(master).uv(); }
 int is_from_parent(PyObject* master) { return loop_of(master).is_from_parent() ? 1 : 0; }
 
 void leave_loops() {
-  constexpr int kMostWaits = 200;
+  constexpr int kMostWaits = 1000;
   constexpr timespec kMillisecond = {0, 1000000};
   for (int waits = 0; waits < kMostWaits && Loop::any_driven_elsewhere(); ++waits) {
     Loop::stop_others();

@@ -48,6 +48,12 @@ class Client(VuMom):
     def on_setnx_e2e_Item(self, msg, p):
         self.note("setnx", msg.result and msg.result.value, msg, p)
 
+    def on_pexpire_e2e_Item(self, msg, p):
+        self.note("pexpire", msg.end, msg, p)
+
+    def on_subscribe_e2e_Item(self, msg, p):
+        self.note("event", msg.type_code, msg, p)
+
 
 store_number = 0
 
@@ -72,21 +78,23 @@ def settle(glb):
         pass
 
 
-def run_script(code, *, timeout=60, stderr=""):
+PROLOGUE = """
+    import sys, threading, time
+    from end_to_end_vu import Count, Item
+    from vu_global import VuGlobal
+    from vu_mom import VuMom
+"""
+
+
+def run_script(code, *, timeout=60):
     """Runs an application in a fresh interpreter; returns its output. It has to end well."""
-    prologue = """
-        import sys, threading, time
-        from end_to_end_vu import Count, Item
-        from vu_global import VuGlobal
-        from vu_mom import VuMom
-    """
     result = subprocess.run(
-        [sys.executable, "-c", textwrap.dedent(prologue) + textwrap.dedent(code)],
+        [sys.executable, "-c", textwrap.dedent(PROLOGUE + code)],
         capture_output=True,
         text=True,
         timeout=timeout,
     )
-    assert (result.returncode, result.stderr) == (0, stderr)
+    assert (result.returncode, result.stderr) == (0, "")
     return result.stdout
 
 
@@ -288,6 +296,59 @@ def test_wrong_input_changes_nothing(glb, client):
     assert glb.run_once(0) is False
 
 
+# ---- The store's clock -----------------------------------------------------------------------
+
+
+def expire(client, seconds, p=None):
+    """Subscribes, stores, and sets a lifetime: the events are 1 (set) and, later, 0."""
+    client.subscribe(0, Item(name="a"), 1, p)
+    client.set(0, Item(name="a", text="x"))
+    client.pexpire(0, Item(name="a"), 1, seconds, None)
+
+
+def events(client):
+    return [value for command, value, _, _ in client.arrived if command == "event"]
+
+
+def test_the_loop_wakes_up_when_something_expires(glb, client):
+    start = time.monotonic()
+    expire(client, 0.05)
+    while events(client) != [1, 0]:
+        assert glb.run_once(10)
+    assert time.monotonic() - start >= 0.05
+
+
+def test_fileno_becomes_readable_when_something_expires(glb, client):
+    fd = glb.fileno()
+    start = time.monotonic()
+    expire(client, 0.05)
+    while events(client) != [1, 0]:
+        assert select.select([fd], [], [], 10)[0]
+        glb.run_once(0)
+    assert time.monotonic() - start >= 0.05
+
+
+def test_a_lifetime_set_by_another_thread_shortens_the_wait(glb, client):
+    loop = threading.Thread(target=glb.run)
+    loop.start()
+    expire(client, 0.02, lambda msg: msg.type_code == 0 and glb.stop())
+    loop.join(10)
+    assert not loop.is_alive()
+    assert events(client) == [1, 0]
+
+
+def test_the_clock_moved_by_hand(glb, client):
+    glb._advance_clock(0)
+    expire(client, 3600)
+    settle(glb)
+    glb._advance_clock(3599.5)
+    settle(glb)
+    assert events(client) == [1]
+    glb._advance_clock(0.5)
+    settle(glb)
+    assert events(client) == [1, 0]
+
+
 # ---- Closing ------------------------------------------------------------------------------------
 
 
@@ -321,6 +382,15 @@ def test_the_error_of_a_reply_says_why(glb, client):
     client.get(0, Item(name="a"), lambda msg: reasons.append((msg.error, msg.key, msg.result)))
     glb.close()
     assert reasons == [(CLOSED, ("a",), None)]
+
+
+def test_close_ends_subscriptions(glb, client):
+    client.subscribe(0, Item(name="a"), 1, None)
+    client.subscribe(0, Item(), 0, None)
+    client.set(0, Item(name="a"))
+    settle(glb)
+    glb.close()
+    assert events(client) == [1, 1, 28, 28]
 
 
 def test_close_inside_a_reply_method(glb, client):
@@ -578,6 +648,35 @@ def test_exit_from_inside_a_reply_method():
     )
     assert output.splitlines()[0::2] == ["reply 0 None", "reply -1 None"]
     assert len(output.splitlines()) == 3
+
+
+def test_ctrl_c_ends_an_application():
+    """With the interpreter's usual traceback, and with what was pending completed."""
+    code = (
+        PROLOGUE
+        + APPLICATION
+        + """
+    glb = VuGlobal()
+    app = App(glb)
+    glb.thread_master.call_soon(lambda: print("running", flush=True))
+    try:
+        glb.run()
+    finally:
+        app.get(0, Item(name="a"), None)
+    """
+    )
+    application = subprocess.Popen(
+        [sys.executable, "-c", textwrap.dedent(code)],
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        text=True,
+    )
+    assert application.stdout.readline() == "running\n"
+    application.send_signal(signal.SIGINT)
+    output, errors = application.communicate(timeout=60)
+    assert output == "reply -1 None\n"
+    assert errors.endswith("KeyboardInterrupt\n")
+    assert application.returncode == -signal.SIGINT
 
 
 def test_exit_while_a_daemon_thread_runs_the_loop():
