@@ -49,6 +49,7 @@ def main(argv: Optional[List[str]] = None) -> int:
         print(f"netmon: cannot read the counters: {error}", file=sys.stderr)
         return 1
     host = platform.node() or "localhost"
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # `netmon.py | head` ends quietly
     screen = Screen(sys.stdout)
     screen.log(f"network interfaces of {host}, every {options.interval:g} s")
 

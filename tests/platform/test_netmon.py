@@ -183,6 +183,28 @@ def test_odd_counters(netmon):
     run.wait_for(r"  new: lo$")
 
 
+def test_a_reader_that_has_seen_enough(netmon):
+    run = netmon("--seconds", "300", "--interval", "0.05")
+    run.write(line("lo", 1))
+    child = subprocess.Popen(
+        [sys.executable, "-B", str(NETMON), "--proc", str(run.counters)] + list(run.options),
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        universal_newlines=True,
+    )
+    child.stdout.readline()
+    child.stdout.close()
+    received = 1
+    while child.poll() is None:  # until it has something to write
+        received += 1000
+        run.write(line("lo", received))
+        time.sleep(0.05)
+        assert received < 600000
+    with child.stderr:
+        assert child.stderr.read() == ""
+    assert child.returncode == -signal.SIGPIPE
+
+
 def test_no_counters(netmon):
     run = netmon()
     run.start()
