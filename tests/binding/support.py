@@ -25,6 +25,9 @@ POINTER_BITS = 8 * ctypes.sizeof(ctypes.c_void_p)
 LONG_BITS = 8 * ctypes.sizeof(ctypes.c_long)
 SIZE_LIMIT = 2 ** (8 * ctypes.sizeof(ctypes.c_size_t))
 
+if hasattr(gc, "freeze"):
+    gc.freeze()  # what is there now needs no collecting
+
 # How many of the module's references to the allocator are redirected.
 WATCHED = recorder.watch("tests/binding/python/vu_mom.so")
 
@@ -394,22 +397,24 @@ def callbacks():
 COUNTS_REFERENCES = hasattr(sys, "gettotalrefcount")
 
 
-def changes_of_references(action, repeats=5, times=1):
+_settling = []  # what measuring itself adds to the total
+
+
+def changes_of_references(action, repeats=3):
     """By how much each of some repeats of an action changes the total of references, once it
     has settled."""
     def measure(measured):
         changes = []
-        for _ in range(repeats + 3):
-            gc.collect()
+        for _ in range(repeats + 2):
             before = sys.gettotalrefcount()
-            for _ in range(times):
-                measured()
+            measured()
             gc.collect()
             changes.append(sys.gettotalrefcount() - before)
-        return changes[3:]
+        return changes[2:]
 
-    own = sorted(measure(lambda: None))[repeats // 2]
-    return [change - own for change in measure(action)]
+    if not _settling:
+        _settling.append(sorted(measure(lambda: None))[repeats // 2])
+    return [change - _settling[0] for change in measure(action)]
 
 
 @contextlib.contextmanager
