@@ -11,6 +11,7 @@
 #endif
 
 #include <cstddef>
+#include <limits>
 
 // The declaration of a module's init function. Below 3.9 PyMODINIT_FUNC says nothing of
 // visibility, and the project compiles with everything hidden.
@@ -41,8 +42,9 @@
 
 namespace py {
 
-// The value of an int of at most two internal digits (below 3.12; from then on of one that
-// is compact), without a call into the interpreter. False for a larger one.
+// The value of an int of at most two internal digits, or one where a long is too narrow for
+// two (below 3.12; from then on of one that is compact), without a call into the interpreter.
+// False for a larger one.
 inline bool small_int(PyObject* integer, long& value) {
 #if PY_VERSION_HEX >= 0x030C0000
   const auto* native = reinterpret_cast<const PyLongObject*>(integer);
@@ -50,26 +52,15 @@ inline bool small_int(PyObject* integer, long& value) {
   value = static_cast<long>(PyUnstable_Long_CompactValue(native));
   return true;
 #else
+  constexpr bool two_fit = 2 * PyLong_SHIFT <= std::numeric_limits<long>::digits;
+  const Py_ssize_t size = Py_SIZE(integer);
+  const Py_ssize_t count = size < 0 ? -size : size;
+  if (count > (two_fit ? 2 : 1)) return false;
   const digit* digits = reinterpret_cast<const PyLongObject*>(integer)->ob_digit;
-  const auto magnitude = [digits](Py_ssize_t count) {
-    const long low = static_cast<long>(digits[0]);
-    return count == 1 ? low : low | static_cast<long>(digits[1]) << PyLong_SHIFT;
-  };
-  switch (const Py_ssize_t size = Py_SIZE(integer)) {
-    case 0:
-      value = 0;
-      return true;
-    case 1:
-    case 2:
-      value = magnitude(size);
-      return true;
-    case -1:
-    case -2:
-      value = -magnitude(-size);
-      return true;
-    default:
-      return false;
-  }
+  long long magnitude = count > 0 ? digits[0] : 0;
+  if (count == 2) magnitude |= static_cast<long long>(digits[1]) << PyLong_SHIFT;
+  value = static_cast<long>(size < 0 ? -magnitude : magnitude);
+  return true;
 #endif
 }
 
