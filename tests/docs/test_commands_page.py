@@ -368,6 +368,15 @@ def test_changes_are_delivered_as_the_page_says(client):
     assert seen == changes()
 
 
+def test_the_clients_of_a_global_share_their_subscriptions(client):
+    other = Client(client.glb)
+    client.subscribe(0, samples(), 1, None)
+    other.subscribe(0, samples(), 1, None)
+    client.unsubscribe(0, samples(), 1)
+    client.run()
+    assert [[msg.type_code for msg, _ in each.calls] for each in (client, other)] == [[28], [28]]
+
+
 # ---- errors ---------------------------------------------------------------------------
 
 NAN = math.nan
