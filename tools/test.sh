@@ -9,12 +9,14 @@ LEGS=(host armhf asan debug)
 # run_suite LEG SUITE SECONDS COMMAND...: runs one test runner, at most SECONDS.
 run_suite() { /usr/bin/python3 tools/run_suite.py "$@"; }
 
-# pytest_suite LEG SUITE PYTHON...: tests/SUITE, with what the leg has built.
+# pytest_suite LEG SUITE PYTHON...: tests/SUITE, with what the leg has built. A test that
+# hangs shows where it does.
 pytest_suite() {
   local leg=$1 suite=$2
   shift 2
   run_suite "$leg" "$suite" 600 env "PYTHONPATH=$PWD/build/$leg/python" \
-    "$@" -m pytest -q -p no:cacheprovider "tests/$suite"
+    "HYPOTHESIS_STORAGE_DIRECTORY=$PWD/build/hypothesis" \
+    "$@" -m pytest -q -p no:cacheprovider -o faulthandler_timeout=120 "tests/$suite"
 }
 
 # python_suites LEG PYTHON...: what the interpreter of a leg runs.
