@@ -8,6 +8,7 @@ The test command runs a short profile. A long one, for a change to an engine:
 VU_MACHINE_SEED picks another sequence of examples; both profiles are reproducible.
 """
 
+import collections
 import functools
 import os
 
@@ -48,7 +49,16 @@ def _messages():
         yield [contract_vu.ByString(id=name, text=text) for text in ("", "t")]
 
 
-GROUPS = [[(msg, plain.plain(msg)) for msg in group] for group in _messages()]
+class Both(collections.namedtuple("Both", "real ideal")):
+    """A message, and what the model calls it."""
+
+    __slots__ = ()
+
+    def __repr__(self):
+        return repr(self.real)
+
+
+GROUPS = [[Both(msg, plain.plain(msg)) for msg in group] for group in _messages()]
 # Ports at the same few places come up most.
 messages = st.sampled_from([pair for group in GROUPS[:5] * 3 + GROUPS[5:] for pair in group])
 groups = st.sampled_from(GROUPS[:5] * 3 + GROUPS[5:])
@@ -82,16 +92,21 @@ class StoreMachine(RuleBasedStateMachine):
         self.watches = []  # inbox, the model's subscription
         self.seen = [0, 0]  # how much of each client's log has been checked
         self.swept = True
+        self.agreed = True
 
     def teardown(self):
-        if hasattr(self, "store"):
+        if hasattr(self, "store") and self.agreed:
+            self.drive()
+            for handle, client in enumerate(self.clients):
+                client.handle.close()
+                self.model.close(handle)
             self.drive()
             self.store.finish()
-            self.check_events()
 
     # ---- Running both ------------------------------------------------------------------
 
     def drive(self):
+        self.agreed = False
         self.store.drive()
         self.swept = True
         for handle, waiting in enumerate(self.waiting):
@@ -100,6 +115,7 @@ class StoreMachine(RuleBasedStateMachine):
             self.check_order(handle, [inbox for inbox, _, _ in waiting])
             waiting.clear()
         self.check_events()
+        self.agreed = True
 
     def check_order(self, handle, inboxes):
         log = self.clients[handle].log
