@@ -198,6 +198,24 @@ class Name(BindingTest):
         self.assertIs(recorder.object_at(context)["obj"], int)
         self.take_back(context)
 
+    def test_handle_is_read_last(self):
+        """When the library is called: get_ptr() may still change it."""
+        glb = self.glb
+
+        class Switching(Message):
+            def get_ptr(self):
+                glb.handle = 77
+                return 5
+        self.client.get(0, Switching(), None)
+        self.assertEqual(self.only_arguments()["handle"], 77)
+        self.take_back(self.sent_context())
+
+    def test_keywords_that_are_no_strings(self):
+        with self.assertRaises(TypeError) as caught:
+            self.client.get(0, self.obj, **{1: 2})
+        self.assertIn("keywords must be strings", str(caught.exception))
+        self.assert_nothing_sent()
+
     def test_messages_are_not_kept(self):
         before = sys.getrefcount(self.obj)
         self.client.get(0, self.obj, None)
@@ -409,6 +427,21 @@ class Contexts(WrapTest):
             context = self.made(**keys)
             self.assert_quiet(self.wrap(context.address, 0))
             self.assertIsNone(context.seen.pop()[0].result)
+
+    def test_without_data_obj_is_not_looked_up(self):
+        asked = []
+
+        class Context(dict):
+            def __getitem__(self, key):
+                asked.append(key)
+                return dict.__getitem__(self, key)
+
+            def __contains__(self, key):
+                asked.append(key)
+                return dict.__contains__(self, key)
+        context = Context(p=None, cb=lambda msg, p: None, obj=None, resobj=None)
+        self.assert_quiet(self.wrap(recorder.keep(context)))
+        self.assertNotIn("obj", asked)
 
     def test_results_that_are_none(self):
         """Keys count, not their values: None is not callable."""
