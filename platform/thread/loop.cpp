@@ -162,7 +162,7 @@ std::int64_t Loop::next_wait() {
 }
 
 bool Loop::turn(std::int64_t wait) {
-  refuse_child();  // a callback may have forked
+  refuse_child();
   waits_->wait(to_milliseconds(wait));
   queue_descriptors();
   py::checked(PyErr_CheckSignals());
@@ -198,6 +198,7 @@ bool Loop::deliver_sources() {
 bool Loop::run_ready() {
   bool ran = false;
   for (std::size_t left = ready_count_; left != 0; --left) {
+    refuse_child();  // a callback may have forked: the rest is the parent's
     const py::Owned thread = next_ready();
     if (run_work(*as_thread(thread))) ran = true;
   }

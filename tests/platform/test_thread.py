@@ -825,6 +825,27 @@ def test_a_forked_child_is_told(master):
     assert calls == [1]
 
 
+def test_a_callback_that_forks(master):
+    """The rest of the turn, and the loop, are the parent's alone."""
+    calls = []
+    children = []
+    here = os.getpid()
+    master.call_soon(lambda: children.append(os.fork()))
+    master.call_soon(calls.append, 1)
+    master.call_soon(master.stop)
+    try:
+        master.run()
+    except RuntimeError as error:
+        if os.getpid() != here:
+            os._exit(0 if "make a new one after fork" in str(error) and not calls else 1)
+        raise
+    finally:
+        if os.getpid() != here:
+            os._exit(2)
+    assert calls == [1]
+    assert os.waitpid(children[0], 0)[1] == 0
+
+
 def test_exit_with_pending_work():
     run_script(
         "from vu_thread import *; m = VuThreadMaster(); m.add_timer(1, print, repeat=True);"
