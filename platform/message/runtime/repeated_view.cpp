@@ -280,9 +280,10 @@ PyObject* index_of(PyObject* self, PyObject* arguments) {
 PyObject* count(PyObject* self, PyObject* value) {
   return py::enter([&] {
     const View view(self);
+    const int stop = view.count();
     long found = 0;
-    for (int at = find(view, py::Borrowed(value), 0, view.count()); at >= 0;
-         at = find(view, py::Borrowed(value), at + 1, view.count())) {
+    for (int at = find(view, py::Borrowed(value), 0, stop); at >= 0;
+         at = find(view, py::Borrowed(value), at + 1, stop)) {
       ++found;
     }
     return py::checked(PyLong_FromLong(found));
