@@ -192,8 +192,8 @@ constexpr Command kUnsubscribe{
     {"unsubscribe", 3, {"db", "obj", "level"}},
     unsubscribe,
     "unsubscribe($self, /, db, obj, level)\n--\n\n"
-    "End this client's subscriptions that were made with the same `level` and key\n"
-    "components. Each gets a last message, of type code 28."};
+    "End the subscriptions that were made through the client's VuGlobal with the same `level`\n"
+    "and key components. Each gets a last message, of type code 28."};
 
 constexpr Command kSubscribeField{
     "vu_mom.VuMom.subscribe_field",
@@ -210,7 +210,8 @@ constexpr Command kUnsubscribeField{
     {"unsubscribe_field", 4, {"db", "obj", "level", "fields"}},
     unsubscribe_field,
     "unsubscribe_field($self, /, db, obj, level, fields)\n--\n\n"
-    "End this client's subscriptions to the fields numbered in the list `fields`.\n\n"
+    "End the subscriptions that were made through the client's VuGlobal to the fields\n"
+    "numbered in the list `fields`.\n\n"
     "With an empty list nothing is sent. Raises InputError where `fields` is None."};
 
 }  // namespace

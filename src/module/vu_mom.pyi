@@ -186,7 +186,7 @@ class VuMom:
         obj: _Message,
         level: SupportsInt,
         fields: Optional[List[int]],
-        funcs: Optional[List[Callable[[PubSubMsg, Any], object]]],
+        funcs: Optional[List[Callable[[PubSubMsg[Any], Any], object]]],
         args: Optional[List[Any]],
     ) -> None: ...
     def unsubscribe_field(
