@@ -5,6 +5,8 @@ set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+# Notes on an ABI that changed with GCC 7; everything here is compiled by one compiler.
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 
 set(VU_ARMHF_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/sysroot/armhf
     CACHE PATH "Debian armhf tree with the development packages")

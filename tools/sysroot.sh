@@ -3,7 +3,7 @@
 
 SYSROOT=$PWD/build/sysroot/armhf
 SYSROOT_PACKAGES=python3.11,libpython3-dev,python3-pytest,python3-hypothesis,python3-protobuf
-SYSROOT_PACKAGES+=,libstdc++6,libprotobuf-dev,libabsl-dev,libuv1-dev,libhiredis-dev,libgtest-dev
+SYSROOT_PACKAGES+=,libstdc++6,libprotobuf-dev,libprotoc-dev,libabsl-dev,libuv1-dev,libhiredis-dev,libgtest-dev
 SYSROOT_PYTHON=$SYSROOT/usr/bin/python3-armhf
 
 # debian_mirror: where this machine gets Debian bookworm from.
