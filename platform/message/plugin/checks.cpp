@@ -23,7 +23,7 @@ struct Mistake {
 };
 
 [[noreturn]] void refuse(const Type& field, const std::string& reason) {
-  throw Mistake{field.file()->name() + ": message " +
+  throw Mistake{"message " +
                 (field.is_extension() ? "(extension)" : field.containing_type()->full_name()) +
                 ", field " + field.name() + ": " + reason};
 }
