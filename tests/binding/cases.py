@@ -73,9 +73,10 @@ SEND = "db obj address"                 # what every command needs of its messag
 
 def _reply(name, prefix, context, result=None, parameters="db, obj, privdata", native="",
            before="", after=""):
-    """A command with one reply through wrap, or with several where it has a flag."""
+    """A command with one reply through wrap."""
     find = FIND_CLASS if "obj" in context.split() else FIND
-    return _row(name, parameters, prefix, "vu_mom_" + name, "db message " + native + " wrap context",
+    return _row(name, parameters, prefix, "vu_mom_" + name,
+                "db message " + native + " wrap context",
                 context, result, None, before + " " + find + SEND + " " + after)
 
 
@@ -103,7 +104,8 @@ def _scan(name, prefix):
 
 
 def _expiry(name, prefix, flag, parameters, native, before):
-    return _row(name, parameters, prefix, "vu_mom_" + name, "db message " + native + " wrap context",
+    return _row(name, parameters, prefix, "vu_mom_" + name,
+                "db message " + native + " wrap context",
                 "p cb flag", None, flag, before + " " + FIND + SEND)
 
 

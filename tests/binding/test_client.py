@@ -1,5 +1,7 @@
 """The client object: construction, __getfunc, debug_show_all, lifetime."""
+import functools
 import gc
+import operator
 import sys
 import unittest
 import weakref
@@ -116,6 +118,35 @@ class Construction(BindingTest):
         with self.assertRaises(AttributeError):
             client.anything = 1
         self.glb.apps[:] = []
+
+
+class Calls(BindingTest):
+
+    def test_all_ways_to_call(self):
+        """However a command is called, the same arrives."""
+        class Sub(support.Listener):
+            def get(self, *args, **kwargs):
+                return super(Sub, self).get(*args, **kwargs)
+        client = Sub(self.glb)
+        self.glb.apps[:] = []
+        arguments = (1, self.obj, self.p)
+        keywords = {"db": 1, "obj": self.obj, "privdata": self.p}
+        sent = []
+        for call in (lambda: self.client.get(*arguments), lambda: self.client.get(**keywords),
+                     lambda: vu_mom.VuMom.get(self.client, *arguments),
+                     lambda: vu_mom.VuMom.get(self.client, **keywords),
+                     lambda: client.get(*arguments), lambda: client.get(**keywords),
+                     functools.partial(self.client.get, 1, privdata=self.p, obj=self.obj),
+                     lambda: functools.partial(self.client.get, 1)(self.obj, privdata=self.p),
+                     lambda: operator.methodcaller("get", *arguments)(self.client),
+                     lambda: operator.methodcaller("get", **keywords)(self.client)):
+            recorder.clear()
+            self.assertIsNone(call())
+            call = self.only_call()
+            self.take_back(self.sent_context())
+            sent.append([pair for pair in call.arguments if pair[0] != "context"])
+        self.assertEqual(sent, sent[:1] * len(sent))
+        self.assertEqual(self.client.replies, [])
 
 
 class GetFunc(BindingTest):

@@ -4,19 +4,18 @@ import gc
 import inspect
 import os
 import pickle
-import subprocess
 import sys
 import unittest
 
 import cases
 import recorder
-import support
-import vu_global
 import vu_mom
 from support import BindingTest, run_python
 
 POINTER = ctypes.sizeof(ctypes.c_void_p)
 TARGET = POINTER == 4 and object.__basicsize__ == 8
+
+HAVE_GC = 1 << 14  # Py_TPFLAGS_HAVE_GC
 
 # Module, type, the size on the 32-bit target, the number of pointers after the object head.
 TYPES = [
@@ -79,7 +78,7 @@ class Attributes(BindingTest):
             self.assertEqual(found.__basicsize__, Exception.__basicsize__)
             self.assertEqual(set(vars(found)) - {"__doc__", "__module__", "__new__", "__init__"},
                              set())
-            self.assertTrue(gc.is_tracked(found("x")) or found.__flags__ & (1 << 14))
+            self.assertTrue(found.__flags__ & HAVE_GC)
             self.assertEqual(found(1, "two").args, (1, "two"))
 
             class Sub(found):
@@ -117,10 +116,6 @@ class Attributes(BindingTest):
         third = library.PyInit_vu_mom()
         self.assertIs(third, vu_mom)
         self.assertEqual(sys.getrefcount(vu_mom), before + 1)
-
-    def test_file_exports_its_initialisation_only(self):
-        library = ctypes.PyDLL(vu_mom.__file__)
-        self.assertTrue(library.PyInit_vu_mom)
 
 
 class TheClass(BindingTest):
@@ -305,7 +300,7 @@ show(Before(vu_mom_common, "GetResult", of_size(size - 8)).run())
 ''')
         self.assertEqual(len(lines), 2)
         for line in lines:
-            self.assertTrue(line.startswith("ValueError|vu_mom_common.GetResult has the wrong size"))
+            self.assertIn("ValueError|vu_mom_common.GetResult has the wrong size", line)
 
     def test_missing_types(self):
         lines, _ = self.run_after_prelude('''
@@ -393,6 +388,20 @@ for attempt in range(2):
     print("vu_mom" in sys.modules)
 ''')
         self.assertEqual(lines, ["vu_mom_common.GetResult is not a type object", "False"] * 2)
+
+    def test_main_program(self):
+        """Where a program runs the module as its main program, that is the module's name."""
+        status, output, errors = run_python('''
+import ctypes, sys
+import recorder
+path, = [entry + "/vu_mom.so" for entry in sys.path if entry.endswith("binding/python")]
+ctypes.c_int.in_dll(ctypes.PyDLL(path), "vu_mom_is_main").value = 1
+library = ctypes.PyDLL(path)
+library.PyInit_vu_mom.restype = ctypes.py_object
+module = library.PyInit_vu_mom()
+print(module.__name__, sys.modules["vu_mom"] is module)
+''')
+        self.assertEqual((status, output, errors), (0, "__main__ True\n", ""))
 
     def test_import_without_builtins(self):
         """MemoryError and range are looked up at import."""

@@ -8,7 +8,6 @@ import weakref
 import cases
 import recorder
 import support
-import vu_global
 import vu_mom
 import vu_mom_common
 from support import BindingTest, Client, Message, reports
@@ -479,7 +478,8 @@ class Contexts(WrapTest):
             self.assertEqual(self.references(context), references)
             if references:
                 self.take_back_made(context)
-        for flag, end_mark, references in ((2.0, 2, 0), (True, 1, 0), ("1", 1, 1), (-1, 2 ** 32 - 1, 1),
+        for flag, end_mark, references in ((2.0, 2, 0), (True, 1, 0), ("1", 1, 1),
+                                           (-1, 2 ** 32 - 1, 1),
                                            (2 ** 32 - 1, 2 ** 32 - 1, 0), (None, 0, 1)):
             context = self.made(flag=flag)
             self.assert_quiet(self.wrap(context.address, 0, end_mark))
@@ -568,7 +568,8 @@ class Contexts(WrapTest):
 
     def test_exceptions_that_end_programs(self):
         """End none here: they are reported like any other."""
-        for error, shown in ((SystemExit(3), "3"), (SystemExit(), ""), (KeyboardInterrupt("x"), "x"),
+        for error, shown in ((SystemExit(3), "3"), (SystemExit(), ""),
+                             (KeyboardInterrupt("x"), "x"),
                              (GeneratorExit("y"), "y"), (MemoryError("z"), "z"),
                              (StopIteration("w"), "w")):
             def cb(msg, p):

@@ -3,7 +3,6 @@ import sys
 import unittest
 
 import recorder
-import support
 import vu_mom_common
 from support import BindingTest, Client, Message
 

@@ -216,8 +216,8 @@ class ZRem(BindingTest):
         del objs[:]
 
     def test_tuple(self):
-        with self.refuses(TypeError, "Argument 'objs' has incorrect type (expected list, got tuple)",
-                          self.FRAMES):
+        with self.refuses(TypeError, "Argument 'objs' has incorrect type (expected list, got "
+                          "tuple)", self.FRAMES):
             self.client.zrem(0, ())
 
 
