@@ -36,8 +36,10 @@ py::Owned optional_attribute(py::Borrowed object, const Name& name) {
 
 // Looked up when it is needed: the module's attribute is what pickle will look up.
 py::Owned unpickle_function() {
-  PyObject* const function = PyDict_GetItem(module_dict().get(), unpickle_name.get().get());
+  PyObject* const function =
+      PyDict_GetItemWithError(module_dict().get(), unpickle_name.get().get());
   if (function == nullptr) {
+    if (PyErr_Occurred()) throw py::PythonError();
     py::raise(PyExc_NameError, "name '%U' is not defined", unpickle_name.get().get());
   }
   return py::Owned::share(py::Borrowed(function));
@@ -170,8 +172,9 @@ void add_method(const Name& name, PyMethodDef& definition) {
 void install_pickling() {
   try {
     if (has_default(getstate_name) && has_default(reduce_ex_name) && has_default(reduce_name)) {
-      add_method(reduce_name, reduce_method);
+      // __reduce__ last: where it is there, an earlier import has added both.
       add_method(setstate_name, setstate_method);
+      add_method(reduce_name, reduce_method);
       PyType_Modified(&VuMomType);
     }
   } catch (const py::PythonError&) {

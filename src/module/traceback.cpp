@@ -28,8 +28,9 @@ py::Owned make_frame(const char* function) {
 void add_traceback(const char* function) {
   py::SavedError error;
   const py::Owned frame = make_frame(function);
-  error.restore();  // also drops an error of making the frame: the first error counts
-  if (!frame.is_null()) PyTraceBack_Here(reinterpret_cast<PyFrameObject*>(frame.get()));
+  error.restore_copy();  // also drops an error of making the frame: the first error counts
+  if (frame.is_null()) return;
+  if (PyTraceBack_Here(reinterpret_cast<PyFrameObject*>(frame.get())) < 0) error.restore();
 }
 
 void report_unraisable(const char* function) {

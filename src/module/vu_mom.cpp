@@ -1,6 +1,8 @@
 // The module frame: what `import vu_mom` does, step by step.
 #include "module/vu_mom.h"
 
+#include <new>
+
 #include "client/client.h"
 #include "client/status.h"
 #include "commands/commands.h"
@@ -63,10 +65,16 @@ void name_main_program() {
   py::checked(PyObject_SetAttr(module, name_attribute.get().get(), main_name.get().get()));
 }
 
+// The entry of the module's name in sys.modules, borrowed; null where there is none, or with
+// an error set.
+PyObject* sys_modules_entry() {
+  return PyDict_GetItemWithError(PyImport_GetModuleDict(), module_name.get().get());
+}
+
 void add_to_sys_modules() {
-  PyObject* const modules = PyImport_GetModuleDict();
-  if (PyDict_GetItemString(modules, "vu_mom") != nullptr) return;
-  py::checked(PyDict_SetItemString(modules, "vu_mom", module));
+  if (sys_modules_entry() != nullptr) return;
+  if (PyErr_Occurred()) throw py::PythonError();
+  py::checked(PyDict_SetItem(PyImport_GetModuleDict(), module_name.get().get(), module));
 }
 
 void ready_types() {
@@ -88,7 +96,18 @@ void add_test_attribute() {
   py::checked(PyDict_SetItemString(module_dict().get(), "__test__", empty.get()));
 }
 
+// The first exception of a thread makes the C++ library allocate that thread's state, and the
+// process ends if there is no memory then. Importing threads have theirs from here on.
+void prepare_exceptions() {
+  try {
+    throw std::bad_alloc();
+  } catch (const std::bad_alloc&) {
+    // It has what it needs now.
+  }
+}
+
 void initialise() {
+  prepare_exceptions();
   check_version();
   create_empty_constants();
   const py::Owned builtins = import_builtins();
@@ -105,13 +124,12 @@ void initialise() {
   add_test_attribute();
 }
 
-// The next import starts afresh.
+// The next import starts afresh. Works where memory is short: the name is a constant.
 void drop_module() {
   if (module == nullptr) return;
   py::SavedError error;
-  PyObject* const modules = PyImport_GetModuleDict();
-  if (PyDict_GetItemString(modules, "vu_mom") == module) {
-    PyDict_DelItemString(modules, "vu_mom");
+  if (!module_name.get().is_null() && sys_modules_entry() == module) {
+    PyDict_DelItem(PyImport_GetModuleDict(), module_name.get().get());
   }
   py::replace(module, py::Owned());
   error.restore();
@@ -133,8 +151,10 @@ VU_MODULE_INIT PyInit_vu_mom() {
     return py::Owned::share(py::Borrowed(module)).release();
   } catch (const py::PythonError&) {
     if (!PyErr_Occurred()) PyErr_SetString(PyExc_ImportError, "init vu_mom");
-    add_traceback("init vu_mom");
-    drop_module();
-    return nullptr;
+  } catch (const std::bad_alloc&) {
+    PyErr_NoMemory();
   }
+  add_traceback("init vu_mom");
+  drop_module();
+  return nullptr;
 }

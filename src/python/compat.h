@@ -128,6 +128,12 @@ class SavedError {
     error_ = nullptr;
   }
 
+  // Sets the error, and keeps it.
+  void restore_copy() const {
+    Py_XINCREF(error_);
+    PyErr_SetRaisedException(error_);
+  }
+
   // Prints the error with its traceback to sys.stderr; SystemExit too.
   void display() const { PyErr_DisplayException(error_); }
 
@@ -137,7 +143,7 @@ class SavedError {
   SavedError() {
     PyErr_Fetch(&type_, &value_, &traceback_);
     PyErr_NormalizeException(&type_, &value_, &traceback_);
-    if (traceback_ != nullptr) PyException_SetTraceback(value_, traceback_);
+    if (traceback_ != nullptr && PyException_SetTraceback(value_, traceback_) < 0) PyErr_Clear();
   }
   ~SavedError() {
     Py_XDECREF(type_);
@@ -149,6 +155,14 @@ class SavedError {
   void restore() {
     PyErr_Restore(type_, value_, traceback_);
     type_ = value_ = traceback_ = nullptr;
+  }
+
+  // Sets the error, and keeps it.
+  void restore_copy() const {
+    Py_XINCREF(type_);
+    Py_XINCREF(value_);
+    Py_XINCREF(traceback_);
+    PyErr_Restore(type_, value_, traceback_);
   }
 
   // Prints the error with its traceback to sys.stderr; SystemExit too.
