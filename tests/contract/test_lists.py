@@ -1,10 +1,14 @@
 """Lists: messages in order."""
 
+import sys
+
 import pytest
 
 import vu_mom
 import vu_mom_common
 from messages import port
+
+LARGEST = 2 * sys.maxsize + 1  # of a size_t
 
 
 def fill(client, names, obj=port):
@@ -142,7 +146,8 @@ def test_linsert_beside_another_objects_message(client, pivot):
 
 
 @pytest.mark.parametrize(
-    "count, expected", [(0, "bcb"), (1, "bacba"), (2, "bcba"), (3, "bcb"), (4, "bcb"), (2**32 - 1, "bcb")]
+    "count, expected",
+    [(0, "bcb"), (1, "bacba"), (2, "bcba"), (3, "bcb"), (4, "bcb"), (LARGEST, "bcb")],
 )
 def test_lrem_of_the_first_equal_messages(client, count, expected):
     fill(client, "abacba")
