@@ -211,7 +211,7 @@ class Name(BindingTest):
 
     def test_keywords_that_are_no_strings(self):
         with self.assertRaises(TypeError) as caught:
-            self.client.get(0, self.obj, **{1: 2})
+            self.client.get(0, self.obj, None, **{1: 2})
         self.assertIn("keywords must be strings", str(caught.exception))
         self.assert_nothing_sent()
 
