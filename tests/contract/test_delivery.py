@@ -100,7 +100,7 @@ def test_a_failing_reply_method_stops_nobody_else(store, capfd):
     assert "reply method 2" in capfd.readouterr().err
 
 
-# ---- Subscriptions from within -------------------------------------------------------------------
+# ---- Subscriptions from within ---------------------------------------------------------------
 
 
 def test_unsubscribing_from_an_event(store):
@@ -132,7 +132,7 @@ def test_changing_what_is_watched_from_an_event(store):
     assert [arrival.msg.result.speed for arrival in client.log] == list(range(300, -1, -1))
 
 
-# ---- Closing -------------------------------------------------------------------------------------
+# ---- Closing ---------------------------------------------------------------------------------
 
 
 def pending(client, store):
@@ -271,7 +271,7 @@ def test_closing_one_handle_leaves_the_others(client, store):
     assert [event.type_code for event in watch] == [1]
 
 
-# ---- Dropping things -----------------------------------------------------------------------------
+# ---- Dropping things -------------------------------------------------------------------------
 
 
 def test_dropping_the_client_while_replies_are_pending(store):

@@ -17,7 +17,7 @@ def codes(watch):
     return [event.type_code for event in watch]
 
 
-# ---- Hashes ------------------------------------------------------------------------------------
+# ---- Hashes ----------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize("type_code", HASH_WRITES)
@@ -64,7 +64,7 @@ def test_hash_writes_without_effect(client, store):
     assert (name, speed) == ([], [])
 
 
-# ---- Single values -------------------------------------------------------------------------------
+# ---- Single values ---------------------------------------------------------------------------
 
 
 def test_a_set_that_carries_the_field(client, store):
@@ -119,7 +119,7 @@ def test_incr_writes_its_counter(client, store):
     assert (hits[1].tag, hits[1].result) == (HITS, port(hits=2))
 
 
-# ---- Deletion and expiry ---------------------------------------------------------------------------
+# ---- Deletion and expiry ---------------------------------------------------------------------
 
 WRITE = {
     "single value": lambda client, obj: client.set(0, obj),
@@ -204,7 +204,7 @@ def test_a_published_message_is_no_write(client, store):
     assert name == []
 
 
-# ---- Which objects, which fields, how long -----------------------------------------------------------
+# ---- Which objects, which fields, how long ---------------------------------------------------
 
 
 @pytest.mark.parametrize("level, count", [(0, 5), (1, 3), (2, 2), (3, 1), (99, 1)])
@@ -230,7 +230,8 @@ def test_each_field_has_its_own_function_and_argument(client, store):
         if msg.type_code == 1:
             got.append(("second", msg.tag, p))
 
-    client.subscribe_field(0, port(), 3, [NAME, SPEED, NAME], [first, second, second], ["a", "b", "c"])
+    fields, funcs = [NAME, SPEED, NAME], [first, second, second]
+    client.subscribe_field(0, port(), 3, fields, funcs, ["a", "b", "c"])
     client.set(0, port(name="x", speed=1))
     store.drive()
     assert sorted(got) == [("first", NAME, "a"), ("second", NAME, "c"), ("second", SPEED, "b")]

@@ -20,7 +20,7 @@ def fields(client, obj=None):
     return result.obj, [tag for tag in result.tags if tag not in KEYS]
 
 
-# ---- hmset -------------------------------------------------------------------------------
+# ---- hmset -----------------------------------------------------------------------------------
 
 
 def test_hmset_of_named_fields(client):
@@ -88,7 +88,7 @@ def test_key_fields_are_fields(client):
     assert (result.obj, result.tags) == (port(), (SITE,))
 
 
-# ---- hmsetnx, hmupdate ---------------------------------------------------------------------
+# ---- hmsetnx, hmupdate -----------------------------------------------------------------------
 
 
 def test_hmsetnx_only_where_none_of_the_fields_exists(client):
@@ -120,7 +120,7 @@ def test_hmupdate_only_where_the_hash_exists(client):
     assert fields(client) == (port(speed=20), [SPEED])
 
 
-# ---- Reading -------------------------------------------------------------------------------
+# ---- Reading ---------------------------------------------------------------------------------
 
 
 def test_hmget_reads_the_named_fields(client):

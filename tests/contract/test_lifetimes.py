@@ -12,7 +12,7 @@ def exists(client, obj=None):
     return bool(client.scanned(0, obj or port(), 3))
 
 
-# ---- Objects -------------------------------------------------------------------------------
+# ---- Objects ---------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize("kind", MAKE)

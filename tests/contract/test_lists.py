@@ -82,7 +82,7 @@ def test_equal_messages_are_elements_of_their_own(client):
     assert names(client) == "aaa"
 
 
-# ---- lset ----------------------------------------------------------------------------------
+# ---- lset ------------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize(
@@ -103,7 +103,7 @@ def test_lset_where_no_element_is(client, pos):
     assert names(client) == "abc"
 
 
-# ---- linsert -------------------------------------------------------------------------------
+# ---- linsert ---------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize(
@@ -142,7 +142,7 @@ def test_linsert_beside_another_objects_message(client, pivot):
     assert names(client) == "ab"
 
 
-# ---- lrem ----------------------------------------------------------------------------------
+# ---- lrem ------------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize(

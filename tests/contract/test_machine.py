@@ -287,7 +287,11 @@ class StoreMachine(RuleBasedStateMachine):
             (given, [both.ideal for both in chosen]),
         )
 
-    @rule(place=places, group=_groups_of(SORTED_SETS), members=st.lists(st.integers(0, 5), max_size=3))
+    @rule(
+        place=places,
+        group=_groups_of(SORTED_SETS),
+        members=st.lists(st.integers(0, 5), max_size=3),
+    )
     def zrem(self, place, group, members):
         chosen = [group[index % len(group)] for index in members]
         self.both(

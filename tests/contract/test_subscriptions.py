@@ -9,6 +9,7 @@ from kinds import ELEMENT, MAKE
 from messages import NAME, NOTE, RACK, SITE, SLOT, SPEED, port, settings
 
 A, B, C = (port(name=name) for name in "abc")
+COUNTED = port(name="a", hits=1)
 HASH = vu_mom_common.HashResult
 LIST = vu_mom_common.ListResult
 SET = vu_mom_common.SetResult
@@ -30,8 +31,8 @@ CHANGES = {
     "setow": (no_change, lambda c: c.setow(0, A, 1), 1, Port, A),
     "setnx": (no_change, lambda c: c.value("setnx", 0, A), 1, Port, A),
     "setnx_noreply": (no_change, lambda c: c.setnx_noreply(0, A), 1, Port, A),
-    "incr of nothing": (no_change, lambda c: c.value("incr", 0, A), 3, Port, port(name="a", hits=1)),
-    "incr": (lambda c: c.set(0, A), lambda c: c.value("incr", 0, B), 3, Port, port(name="a", hits=1)),
+    "incr of nothing": (no_change, lambda c: c.value("incr", 0, A), 3, Port, COUNTED),
+    "incr": (lambda c: c.set(0, A), lambda c: c.value("incr", 0, B), 3, Port, COUNTED),
     "delete": (lambda c: c.set(0, A), lambda c: c.delete(0, A), 29, None, None),
     "delow": (lambda c: c.setow(0, A, 1), lambda c: c.delow(0, A, 1), 29, None, None),
     "pdel": (lambda c: c.set(0, A), lambda c: c.replies("pdel", 0, A, 0), 29, None, None),
@@ -56,9 +57,17 @@ CHANGES = {
     ),
     "lpush": (lambda c: c.rpush(0, B), lambda c: c.lpush(0, A), 10, LIST, [A]),
     "rpush": (lambda c: c.rpush(0, B), lambda c: c.rpush(0, A), 11, LIST, [A]),
-    "lpop": (lambda c: (c.rpush(0, A), c.rpush(0, B)), lambda c: c.value("lpop", 0, C), 12, LIST, [A]),
+    "lpop": (
+        lambda c: (c.rpush(0, A), c.rpush(0, B)),
+        lambda c: c.value("lpop", 0, C),
+        12, LIST, [A],
+    ),
     "lpop of the last": (lambda c: c.rpush(0, A), lambda c: c.value("lpop", 0, C), 12, LIST, [A]),
-    "rpop": (lambda c: (c.rpush(0, B), c.rpush(0, A)), lambda c: c.value("rpop", 0, C), 13, LIST, [A]),
+    "rpop": (
+        lambda c: (c.rpush(0, B), c.rpush(0, A)),
+        lambda c: c.value("rpop", 0, C),
+        13, LIST, [A],
+    ),
     "linsert": (lambda c: c.rpush(0, B), lambda c: linsert(c, B, A, 0), 34, LIST, [A]),
     "lset": (lambda c: c.rpush(0, B), lambda c: c.value("lset", 0, A, 0), 35, LIST, [A]),
     "lrem": (
@@ -69,8 +78,16 @@ CHANGES = {
     "sadd": (no_change, lambda c: c.sadd(0, A), 18, SET, [A]),
     "srem": (lambda c: c.sadd(0, A), lambda c: c.srem(0, A), 19, SET, [A]),
     "zadd": (no_change, lambda c: c.zadd(0, [2], [A]), 39, SORTED, [(A, 2.0)]),
-    "zadd, moving": (lambda c: c.zadd(0, [1], [A]), lambda c: c.zadd(0, [2], [A]), 39, SORTED, [(A, 2.0)]),
-    "zrem": (lambda c: c.zadd(0, [1, 2], [A, B]), lambda c: c.zrem(0, [A, C]), 40, SORTED, [(A, 1.0)]),
+    "zadd, moving": (
+        lambda c: c.zadd(0, [1], [A]),
+        lambda c: c.zadd(0, [2], [A]),
+        39, SORTED, [(A, 2.0)],
+    ),
+    "zrem": (
+        lambda c: c.zadd(0, [1, 2], [A, B]),
+        lambda c: c.zrem(0, [A, C]),
+        40, SORTED, [(A, 1.0)],
+    ),
     "zremrangebyscore": (
         lambda c: c.zadd(0, [1, 2, 3], [C, B, A]),
         lambda c: c.zremrangebyscore(0, A, 2, 9),
@@ -257,7 +274,7 @@ def test_events_outlive_their_delivery(client, store):
     assert kept[0].result.name == "changed"
 
 
-# ---- unsubscribe -------------------------------------------------------------------------------
+# ---- unsubscribe -----------------------------------------------------------------------------
 
 
 def ends(watch):

@@ -10,7 +10,7 @@ from messages import port, settings
 QUIET, KEEP = 1, 2
 
 
-# ---- get, set, delete ------------------------------------------------------------------
+# ---- get, set, delete ------------------------------------------------------------------------
 
 
 def test_set_and_get(client):
@@ -87,7 +87,7 @@ def test_delete(client):
     assert client.value("get", 0, port()) is None
 
 
-# ---- setnx -----------------------------------------------------------------------------
+# ---- setnx -----------------------------------------------------------------------------------
 
 
 def test_setnx(client):
@@ -103,7 +103,7 @@ def test_setnx_noreply(client):
     assert client.value("get", 0, port()) == port(name="first")
 
 
-# ---- incr ------------------------------------------------------------------------------
+# ---- incr ------------------------------------------------------------------------------------
 
 
 def test_incr_of_nothing_starts_with_the_message_at_one(client):
@@ -161,7 +161,7 @@ def test_a_type_without_counter_cannot_be_counted(client):
     assert client.value("get", 0, contract_vu.Plain()) is None
 
 
-# ---- Owners ----------------------------------------------------------------------------
+# ---- Owners ----------------------------------------------------------------------------------
 
 
 @pytest.mark.parametrize("mine, other", [(1, 2), (0, 1), (-1, 0), (2**63 - 1, -(2**63))])
@@ -220,7 +220,7 @@ def test_setnx_gives_no_owner_and_respects_one(client):
     assert client.value("get", 0, port()) == port(name="taken")
 
 
-# ---- Flags -----------------------------------------------------------------------------
+# ---- Flags -----------------------------------------------------------------------------------
 
 
 def test_a_quiet_set_is_no_event(client, store):
@@ -249,7 +249,9 @@ def test_a_loud_set_is_one(client, store):
     ]
 
 
-@pytest.mark.parametrize("flag, kept", [(0, False), (QUIET, False), (KEEP, True), (QUIET | KEEP, True)])
+@pytest.mark.parametrize(
+    "flag, kept", [(0, False), (QUIET, False), (KEEP, True), (QUIET | KEEP, True)]
+)
 @pytest.mark.parametrize("command", ["set", "setow"])
 def test_set_keeps_the_lifetime_where_told(client, store, command, flag, kept):
     def write(name, flag):
@@ -276,7 +278,7 @@ def test_unknown_flags_are_refused(client, flag):
     assert client.value("get", 0, port()) is None
 
 
-# ---- Types without key fields ------------------------------------------------------------
+# ---- Types without key fields ----------------------------------------------------------------
 
 
 def test_a_type_without_key_fields_is_one_object(client):
