@@ -24,12 +24,32 @@ py::Owned text(const std::string& value) {
       PyUnicode_FromStringAndSize(value.data(), static_cast<Py_ssize_t>(value.size())));
 }
 
-bool contains_maps(const pb::Descriptor& type, std::set<const pb::Descriptor*>& seen) {
+// Whether `holds` is true of a type or of a message type within it, at any depth.
+template <typename Predicate>
+bool anywhere(const pb::Descriptor& type, const Predicate& holds,
+              std::set<const pb::Descriptor*>& seen) {
   if (!seen.insert(&type).second) return false;
+  if (holds(type)) return true;
   for (int i = 0; i < type.field_count(); ++i) {
-    const pb::FieldDescriptor& field = *type.field(i);
-    if (field.is_map()) return true;
-    if (field.message_type() != nullptr && contains_maps(*field.message_type(), seen)) return true;
+    const pb::Descriptor* within = type.field(i)->message_type();
+    if (within != nullptr && anywhere(*within, holds, seen)) return true;
+  }
+  return false;
+}
+
+template <typename Predicate>
+bool anywhere(const pb::Descriptor& type, const Predicate& holds) {
+  std::set<const pb::Descriptor*> seen;
+  return anywhere(type, holds, seen);
+}
+
+// A map field consists of messages of a type of its own.
+bool has_map(const pb::Descriptor& type) { return type.options().map_entry(); }
+
+bool has_required_or_extensions(const pb::Descriptor& type) {
+  if (type.extension_range_count() != 0) return true;
+  for (int i = 0; i < type.field_count(); ++i) {
+    if (type.field(i)->is_required()) return true;
   }
   return false;
 }
@@ -168,8 +188,8 @@ MessageInfo& info_of(const pb::Descriptor& descriptor) {
   for (int i = 0; i < descriptor.field_count(); ++i) {
     info->fields->push_back(new_field(*info, *descriptor.field(i)));
   }
-  std::set<const pb::Descriptor*> seen;
-  info->has_maps = contains_maps(descriptor, seen);
+  info->has_maps = anywhere(descriptor, has_map);
+  info->may_lack = anywhere(descriptor, has_required_or_extensions);
   known.emplace(&descriptor, info);
   return *static_cast<MessageInfo*>(object.release());
 }

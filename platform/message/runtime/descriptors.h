@@ -37,6 +37,7 @@ struct MessageInfo : PyObject {
   PyObject* by_name;            // owned: dict from name to Field
   std::vector<Field*>* fields;  // by descriptor index; owned
   bool has_maps;                // it or a message type within it, at any depth
+  bool may_lack;                // required fields, or extensions that may have them: the same
 
   Field& field(const google::protobuf::FieldDescriptor& wanted) const {
     return *(*fields)[static_cast<std::size_t>(wanted.index())];

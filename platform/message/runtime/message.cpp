@@ -229,7 +229,7 @@ PyObject* serialize(PyObject* self, PyObject* arguments, PyObject* keywords) {
   return py::enter([&] {
     const bool deterministic = deterministic_argument(arguments, keywords, "|p:SerializeToString");
     const MessageObject& message = self_message(self);
-    if (!message.native->IsInitialized()) {
+    if (message.info->may_lack && !message.native->IsInitialized()) {
       py::raise(encode_error, "%s: required fields are not set: %s", message.info->name(),
                 message.native->InitializationErrorString().c_str());
     }
@@ -269,7 +269,8 @@ class Bytes {
 std::unique_ptr<NativeMessage> parsed(const MessageInfo& info, const Bytes& bytes) {
   std::unique_ptr<NativeMessage> native = new_native(info);
   if (bytes.size() > std::numeric_limits<int>::max() ||
-      !native->ParsePartialFromArray(bytes.data(), static_cast<int>(bytes.size()))) {
+      !native->ParseFrom<NativeMessage::kMergePartial>(pb::StringPiece(
+          static_cast<const char*>(bytes.data()), static_cast<std::size_t>(bytes.size())))) {
     py::raise(decode_error, "%s: these %zd bytes are no such message", info.name(), bytes.size());
   }
   settle_maps(info, *native);

@@ -42,7 +42,11 @@ struct View {
   }
 };
 
-py::Owned list_of(PyObject* self) { return py::checked(PySequence_List(self)); }
+py::Owned list_of(PyObject* self) {
+  const View view(self);
+  if (view.field().message) return py::checked(PySequence_List(self));
+  return get_scalars(*view.message().native, *view.field().descriptor);
+}
 
 // ---- Positions
 
@@ -112,13 +116,19 @@ int find(const View& view, py::Borrowed wanted, int start, int stop) {
 Py_ssize_t length(PyObject* self) { return View(self).count(); }
 
 PyObject* item(PyObject* self, Py_ssize_t index) {
-  return py::enter([&] {
-    const View view(self);
-    if (index < 0 || index >= view.count()) {
-      py::raise(PyExc_IndexError, "list index out of range");
-    }
-    return view.at(static_cast<int>(index));
-  });
+  const View view(self);
+  if (index < 0 || index >= view.count()) {  // how every loop ends: not worth a throw
+    PyErr_SetString(PyExc_IndexError, "list index out of range");
+    return nullptr;
+  }
+  return py::enter(
+      [&] { return get_element(view.message(), view.field(), static_cast<int>(index)); });
+}
+
+// Over the elements that there are now; messages are followed one by one.
+PyObject* iterate(PyObject* self) {
+  if (View(self).field().message) return PySeqIter_New(self);
+  return py::enter([&] { return py::checked(PyObject_GetIter(list_of(self).get())); });
 }
 
 int contains(PyObject* self, PyObject* wanted) {
@@ -390,6 +400,7 @@ void add_type(py::Borrowed module, PyTypeObject& type, const char* name) {
   type.tp_repr = repr;
   type.tp_hash = PyObject_HashNotImplemented;
   type.tp_richcompare = compare;
+  type.tp_iter = iterate;
   type.tp_as_sequence = &sequence;
   type.tp_as_mapping = &mapping;
   py::checked(PyType_Ready(&type));

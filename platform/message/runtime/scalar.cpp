@@ -1,5 +1,7 @@
 #include "scalar.h"
 
+#include <google/protobuf/reflection.h>
+
 #include <cfloat>
 #include <cmath>
 #include <limits>
@@ -150,6 +152,19 @@ py::Owned from_unsigned(std::uint64_t value) {
 py::Owned from_real(double value) { return py::checked(PyFloat_FromDouble(value)); }
 py::Owned from_bool(bool value) { return py::checked(PyBool_FromLong(value)); }
 
+// A list of convert(element) for all elements of a repeated field of T.
+template <typename T, typename Convert>
+py::Owned list_of(const pb::Message& message, const Type& field, Convert&& convert) {
+  const pb::RepeatedFieldRef<T> elements =
+      message.GetReflection()->GetRepeatedFieldRef<T>(message, &field);
+  const int count = elements.size();
+  py::Owned list = py::checked(PyList_New(count));
+  for (int i = 0; i < count; ++i) {
+    PyList_SET_ITEM(list.get(), i, convert(elements.Get(i)).release());
+  }
+  return list;
+}
+
 }  // namespace
 
 Scalar to_scalar(const Type& type, const Place& place, py::Borrowed value) {
@@ -241,6 +256,33 @@ py::Owned get_scalar(const pb::Message& message, const Type& field, int index) {
       std::string scratch;
       return from_text(field, get.GetRepeatedStringReference(message, &field, index, &scratch));
     }
+    case Type::CPPTYPE_MESSAGE:
+      break;
+  }
+  py::raise(PyExc_SystemError, "%s: no scalar field", field.full_name().c_str());
+}
+
+py::Owned get_scalars(const pb::Message& message, const Type& field) {
+  switch (field.cpp_type()) {
+    case Type::CPPTYPE_INT32:
+    case Type::CPPTYPE_ENUM:
+      return list_of<std::int32_t>(message, field, from_signed);
+    case Type::CPPTYPE_INT64:
+      return list_of<std::int64_t>(message, field, from_signed);
+    case Type::CPPTYPE_UINT32:
+      return list_of<std::uint32_t>(message, field, from_unsigned);
+    case Type::CPPTYPE_UINT64:
+      return list_of<std::uint64_t>(message, field, from_unsigned);
+    case Type::CPPTYPE_DOUBLE:
+      return list_of<double>(message, field, from_real);
+    case Type::CPPTYPE_FLOAT:
+      return list_of<float>(message, field,
+                            [](float value) { return from_real(static_cast<double>(value)); });
+    case Type::CPPTYPE_BOOL:
+      return list_of<bool>(message, field, from_bool);
+    case Type::CPPTYPE_STRING:
+      return list_of<std::string>(
+          message, field, [&](const std::string& value) { return from_text(field, value); });
     case Type::CPPTYPE_MESSAGE:
       break;
   }

@@ -40,6 +40,10 @@ py::Owned get_scalar(const google::protobuf::Message& message,
 py::Owned get_scalar(const google::protobuf::Message& message,
                      const google::protobuf::FieldDescriptor& field, int index);
 
+// All elements of a repeated field, as a list.
+py::Owned get_scalars(const google::protobuf::Message& message,
+                      const google::protobuf::FieldDescriptor& field);
+
 void set_scalar(google::protobuf::Message& message, const google::protobuf::FieldDescriptor& field,
                 Scalar&& value);
 void set_scalar(google::protobuf::Message& message, const google::protobuf::FieldDescriptor& field,

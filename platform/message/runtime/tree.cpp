@@ -1,6 +1,6 @@
+#include <absl/container/flat_hash_map.h>
 #include <google/protobuf/reflection.h>
 
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -16,8 +16,8 @@ namespace pb = google::protobuf;
 namespace {
 
 // The held wrappers of elements, by the address of the native message.
-std::unordered_map<const NativeMessage*, MessageObject*>& held_elements() {
-  static auto& held = *new std::unordered_map<const NativeMessage*, MessageObject*>();
+absl::flat_hash_map<const NativeMessage*, MessageObject*>& held_elements() {
+  static auto& held = *new absl::flat_hash_map<const NativeMessage*, MessageObject*>();
   return held;
 }
 
