@@ -1,4 +1,6 @@
 // Commands on a message stored field by field.
+#include <algorithm>
+
 #include "client/arrays.h"
 #include "client/numbers.h"
 #include "client/reply.h"
@@ -15,33 +17,45 @@ const ReplyPrefix on_hgetall("on_hgetall_");
 
 using FieldsFunction = decltype(&vu_mom_hmset);
 
+struct Tags {
+  std::size_t* array;  // from malloc; freed after the store call
+  std::int32_t count;
+};
+
 // A field number that cannot be converted does not stop the command: the store gets a null
-// array with the length of the list, and refuses it.
+// array with the length of the list, and refuses it. The length is taken last; a list that a
+// conversion has made longer counts no further than the array goes.
+Tags to_tags(py::Borrowed field_tags) {
+  const std::size_t most = list_to_clen(field_tags);
+  std::size_t* const array = size_t_list_to_carr(field_tags);
+  const std::size_t count = std::min(most, list_to_clen(field_tags));
+  return {array, static_cast<std::int32_t>(count)};
+}
+
 void write_fields(VuMom& client, const Arguments& in, FieldsFunction function) {
   const auto [db_arg, obj, field_tags] = in.values<3>();
   check_list_or_none("field_tags", field_tags);
-  std::size_t* const tags = size_t_list_to_carr(field_tags);
-  const std::int32_t count = static_cast<std::int32_t>(list_to_clen(field_tags));
+  const Tags tags = to_tags(field_tags);
   const std::int32_t db = to_int32(db_arg);
   const vu_mom_message message = message_address(obj);
-  const std::int32_t status = function(client.handle(), db, message, tags, count, nullptr, nullptr);
-  std::free(tags);
+  const std::int32_t status =
+      function(client.handle(), db, message, tags.array, tags.count, nullptr, nullptr);
+  std::free(tags.array);
   accept(status);
 }
 
 void hmget(VuMom& client, const Arguments& in) {
   const auto [db_arg, obj, field_tags, privdata] = in.values<4>();
   check_list_or_none("field_tags", field_tags);
-  std::size_t* const tags = size_t_list_to_carr(field_tags);
-  const std::int32_t count = static_cast<std::int32_t>(list_to_clen(field_tags));
+  const Tags tags = to_tags(field_tags);
   Request request(client, on_hmget, obj, privdata);
   request.message_class_of(obj).result_class(types.HashResult);
   request.hand_over();
   const std::int32_t db = to_int32(db_arg);
   const vu_mom_message message = message_address(obj);
-  const std::int32_t status =
-      vu_mom_hmget(client.handle(), db, message, tags, count, wrap_cb, request.context());
-  std::free(tags);
+  const std::int32_t status = vu_mom_hmget(client.handle(), db, message, tags.array, tags.count,
+                                           wrap_cb, request.context());
+  std::free(tags.array);
   accept(status);
 }
 

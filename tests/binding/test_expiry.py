@@ -39,6 +39,22 @@ class Time(BindingTest):
             whole = int(time)
             self.assertEqual(self.split(time), (whole, int((time - whole) * 1000000)))
 
+    def test_times_out_of_range(self):
+        """The seconds stay at the nearest end of their range; what int() refuses is refused."""
+        self.assertEqual(self.split(2.0 ** 31), (2 ** 31 - 1, 0))
+        self.assertEqual(self.split(1e300), (2 ** 31 - 1, 0))
+        self.assertEqual(self.split(-2147483649.5), (-2 ** 31, -500000))
+        recorder.clear()
+        for time, error, text in (
+                (float("inf"), OverflowError, "cannot convert float infinity to integer"),
+                (float("-inf"), OverflowError, "cannot convert float infinity to integer"),
+                (float("nan"), ValueError, "cannot convert float NaN to integer")):
+            for name, more in (("pexpire", ()), ("pexpire_field", (1,)),
+                               ("pexpire_fields", ([1],))):
+                with self.refuses(error, text, ["VuMom." + name]):
+                    getattr(self.client, name)("db", object(), 0, *(more + (time, None)))
+        self.assert_nothing_sent()
+
     def test_wrong_times(self):
         for wrong in ("1.0", None, []):
             for name, more in (("pexpire", ()), ("pexpire_field", (1,)),

@@ -110,6 +110,31 @@ class Hashes(BindingTest):
                              "can't convert negative value to size_t")
         recorder.free_blocks()
 
+    def test_list_that_changes_while_it_is_converted(self):
+        """One that grows counts no further than the array; one that shrinks gives none."""
+        class Tag(object):
+            def __init__(self, change):
+                self.change = change
+
+            def __int__(self):
+                self.change()
+                return 7
+
+        tags = []
+        tags[:] = [Tag(lambda: tags.extend([1] * 1000)), 2]
+        self.client.hmset(0, self.obj, tags)
+        arguments = self.only_arguments()
+        self.assertEqual((arguments["tags"], arguments["count"]), ([7, 2], 2))
+        recorder.clear()
+        tags[:] = [Tag(tags.pop), 2]
+        with reports() as found:
+            self.client.hmset(0, self.obj, tags)
+        self.assert_reported(found, "size_t_list_to_carr", IndexError, "list index out of range")
+        arguments = self.only_arguments()
+        self.assertEqual((arguments["tags"], arguments["count"]), (None, 1))
+        del tags[:]
+        recorder.free_blocks()
+
 
 if __name__ == "__main__":
     unittest.main()
