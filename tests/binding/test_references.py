@@ -54,7 +54,8 @@ class ManyCalls(BindingTest):
             result.append(Message)
         if row.result:
             result.append(support.result_class(row))
-        return result
+        # From 3.12 on the types of extension modules live for good, without a count.
+        return [thing for thing in result if sys.getrefcount(thing) < 2 ** 28]
 
     def counts(self, things):
         return [sys.getrefcount(thing) for thing in things]
