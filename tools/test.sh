@@ -37,10 +37,20 @@ store_suites() {
   done
 }
 
+# faults_suites LEG PYTHON SUITE...: what the binding does where something fails.
+faults_suites() {
+  local leg=$1 python=$2 suite
+  shift 2
+  for suite in "$@"; do
+    run_suite "$leg" "faults-$suite" 600 "$python" tests/faults/run.py "build/$leg" "$suite"
+  done
+}
+
 leg_host() {
   build_preset host
   python_suites host /usr/bin/python3
   store_suites host
+  faults_suites host /usr/bin/python3 calls memory slopes
   pytest_suite host docs /usr/bin/python3
   run_suite host build 600 /usr/bin/python3 tests/build/run.py build/host
 }
@@ -48,6 +58,7 @@ leg_host() {
 leg_armhf() {
   build_preset armhf
   python_suites armhf "$SYSROOT_PYTHON"
+  faults_suites armhf "$SYSROOT_PYTHON" slopes
   store_suites armhf qemu-arm -L "$SYSROOT"
   run_suite armhf build 600 /usr/bin/python3 tests/build/run.py build/armhf
 }
@@ -68,6 +79,7 @@ leg_asan() {
 leg_debug() {
   build_preset debug
   run_suite debug binding 600 /usr/bin/python3-dbg tests/binding/run.py build/debug
+  faults_suites debug /usr/bin/python3-dbg calls slopes
 }
 
 verb_leg() { "leg_$1"; }

@@ -184,8 +184,8 @@ def check_error(error, site, clean_error, kind):
 def references_of_failures(kind, first, last):
     """What failing again and again leaves behind: the slope has to be zero."""
     import_fails_at_its_end()
-    totals = []
-    for _ in range(6):
+    totals = [0] * 6
+    for i in range(len(totals)):
         try:
             import_once(kind, first, last)
         except Exception as error:
@@ -193,7 +193,7 @@ def references_of_failures(kind, first, last):
         else:
             return ""
         gc.collect()
-        totals.append(sys.gettotalrefcount())
+        totals[i] = sys.gettotalrefcount()
     slopes = [after - before for before, after in zip(totals, totals[1:])][2:]
     return "" if sorted(slopes)[len(slopes) // 2] == 0 else "references left: %s" % slopes
 

@@ -18,7 +18,7 @@ import vu_mom_common
 
 import cases
 
-recorder.watch("tests/faults/python/vu_mom.so")
+recorder.watch("tests/faults/python/vu_mom.so")  # one of them; support watches the other
 GLOBAL = vu_global.VuGlobal(support.HANDLE)
 CALLBACKS = support.callbacks()
 CLIENT = support.Listener(GLOBAL)
@@ -63,7 +63,7 @@ class Call(object):
             except Exception as raised:
                 error, text = type(raised), str(raised)
                 raised.__traceback__ = raised.__context__ = None
-        del positional, keywords
+        del positional, keywords, GLOBAL.apps[:]
         outcome = outcomes.Outcome(error, text, len(recorder.calls()),
                                    len(outcomes.contexts_of(token)), recorder.live_blocks(),
                                    tuple(found.unraisable))
@@ -80,6 +80,14 @@ class Call(object):
 class NotAnInt(object):
     def __int__(self):
         return "1"
+
+
+class Raising(object):
+    """Fails to be converted."""
+
+    def __int__(self):
+        raise ValueError("no number today")
+    __float__ = __int__
 
 
 class NoAddress(support.Message):
@@ -124,6 +132,7 @@ Change = collections.namedtuple("Change", "name values")
 
 def _wrong_numbers(kind):
     yield "no number", object()
+    yield "raising", Raising()
     if kind == cases.DOUBLE:
         yield "an int", 3
         return
@@ -142,6 +151,7 @@ def _wrong_numbers(kind):
 
 def _messages(row):
     for name, wrong in (("no address", NoAddress()), ("odd address", AddressOf("x")),
+                        ("raising address", AddressOf(Raising())),
                         ("converted address", AddressOf(support.Int(3))),
                         ("large address", AddressOf(2 ** (support.LONG_BITS - 2))),
                         ("too large address", AddressOf(BIG))):
