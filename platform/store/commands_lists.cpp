@@ -58,7 +58,7 @@ VU_STORE_EXPORT int32_t vu_mom_linsert(vu_mom_handle* handle, int32_t db, vu_mom
                  [&](Request& request, const Message& named) {
                    vu::store::require(order == 0 || order == 1);
                    request.after = order == 1;
-                   request.pivot = member_bytes(request, pivot);
+                   request.pivot = stored_bytes_at(request, pivot);
                    request.value = stored_bytes(request, named);
                  });
 }

@@ -8,15 +8,23 @@
 namespace vu::store {
 namespace {
 
-// The object that the messages name, and their stored bytes. All of one type and
+// The object that the messages name, and their bytes as members. All of one type and
 // identity, or nothing happens. Requires: count > 0.
 void name_members(Request& request, std::int32_t db, const vu_mom_message* messages,
                   std::int32_t count) {
   name_object(request, db, messages[0]);
   for (std::int32_t i = 0; i < count; ++i) {
-    request.members.add(member_bytes(request, messages[i]));
+    request.members.add(member_bytes_at(request, messages[i]));
   }
   request.receiver.type = request.type;
+}
+
+std::int32_t of_member(vu_mom_handle* handle, Command which, std::int32_t db,
+                       vu_mom_message message, Receiver receiver) noexcept {
+  return command(handle, which, db, message, receiver,
+                 [](Request& request, const google::protobuf::Message& named) {
+                   request.value = member_bytes(named);
+                 });
 }
 
 std::int32_t by_score(vu_mom_handle* handle, Command which, std::int32_t db, vu_mom_message message,
@@ -53,8 +61,8 @@ using vu::store::by_rank;
 using vu::store::by_score;
 using vu::store::Command;
 using vu::store::command;
-using vu::store::command_with_value;
 using vu::store::name_members;
+using vu::store::of_member;
 using vu::store::reply_to;
 using vu::store::Request;
 using vu::store::require;
@@ -95,12 +103,12 @@ VU_STORE_EXPORT int32_t vu_mom_zcard(vu_mom_handle* handle, int32_t db, vu_mom_m
 
 VU_STORE_EXPORT int32_t vu_mom_zrank(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                      vu_mom_reply_cb callback, void* privdata) {
-  return command_with_value(handle, Command::kZrank, db, message, reply_to(callback, privdata));
+  return of_member(handle, Command::kZrank, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_zscore(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                       vu_mom_reply_cb callback, void* privdata) {
-  return command_with_value(handle, Command::kZscore, db, message, reply_to(callback, privdata));
+  return of_member(handle, Command::kZscore, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_zcount(vu_mom_handle* handle, int32_t db, vu_mom_message message,

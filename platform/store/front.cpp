@@ -47,14 +47,33 @@ std::string stored_bytes(const Request& request, const Message& named) {
   return strip_keys(named, *request.type, bytes);
 }
 
-std::string member_bytes(const Request& request, vu_mom_message message) {
-  const Message& member = message_at(message);
-  const TypeInfo* type = type_of(member);
+namespace {
+
+const Message& same_object_at(const Request& request, vu_mom_message message) {
+  const Message& other = message_at(message);
+  const TypeInfo* type = type_of(other);
   require(type != nullptr && type->id == request.type->id);
-  require(identity_of(member, *type) == request.identity);
+  require(identity_of(other, *type) == request.identity);
+  return other;
+}
+
+}  // namespace
+
+std::string stored_bytes_at(const Request& request, vu_mom_message message) {
+  const Message& other = same_object_at(request, message);
   std::string bytes;
-  require(serialise(member, bytes));
-  return strip_keys(member, *type, bytes);
+  require(serialise(other, bytes));
+  return strip_keys(other, *type_of(other), bytes);
+}
+
+std::string member_bytes(const Message& named) {
+  std::string bytes;
+  require(serialise(named, bytes));
+  return bytes;
+}
+
+std::string member_bytes_at(const Request& request, vu_mom_message message) {
+  return member_bytes(same_object_at(request, message));
 }
 
 std::vector<std::uint32_t> field_numbers(const Request& request, const std::size_t* tags,

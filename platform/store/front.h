@@ -53,7 +53,13 @@ std::string stored_bytes(const Request& request, const google::protobuf::Message
 
 // The stored bytes of another message of the same type and identity; any other is
 // refused.
-std::string member_bytes(const Request& request, vu_mom_message message);
+std::string stored_bytes_at(const Request& request, vu_mom_message message);
+
+// The bytes of a member of a sorted set, which are its whole serialisation: members of
+// one score are in its order.
+std::string member_bytes(const google::protobuf::Message& named);
+// The same for a message of the request's type and identity; any other is refused.
+std::string member_bytes_at(const Request& request, vu_mom_message message);
 
 // Field numbers that the request's type has, ascending and each once.
 std::vector<std::uint32_t> field_numbers(const Request& request, const std::size_t* tags,

@@ -11,7 +11,7 @@
 namespace vu::store {
 
 // The carried value. `items` are stored bytes (see message_bytes.h) of messages of the
-// identity that the notice names.
+// identity that the notice names; with key fields or without makes no difference.
 struct Content {
   enum class Form { kNothing, kInteger, kScore, kMessage, kHash, kMessages, kScored };
 

@@ -87,6 +87,18 @@ TEST_F(SortedSets, OrderByScoreThenBytes) {
   EXPECT_EQ(score.score, 3);
 }
 
+TEST_F(SortedSets, BytesAreThoseOfTheWholeMessage) {
+  // Field 1 comes before the key fields, so their absence would change the order.
+  Live with("Every", "a:1 b:true f:1 rest:'r'");
+  Live without("Every", "a:1 b:true f:1");
+  const double scores[] = {1, 1};
+  const vu_mom_message addresses[] = {without, with};
+  client.send(vu_mom_zadd, 0, scores, addresses, 2);
+  EXPECT_EQ(client.ask(vu_mom_zrange, 0, with, 0, -1).texts,
+            (std::vector<std::string>{with.text(), without.text()}));
+  EXPECT_EQ(client.ask(vu_mom_zrank, 0, without).integer, 1);
+}
+
 TEST_F(SortedSets, NothingStoredIsEmpty) {
   EXPECT_EQ(range(0, -1), Pairs{});
   EXPECT_EQ(by_score(-kInfinity, kInfinity), Pairs{});

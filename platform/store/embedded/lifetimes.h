@@ -18,7 +18,7 @@ class Lifetimes {
     bool operator<(const Due& other) const {
       if (deadline != other.deadline) return deadline < other.deadline;
       if (extra != other.extra) return std::less<Extra*>()(extra, other.extra);
-      return tag < other.tag;
+      return tag - 1 < other.tag - 1;  // fields before their object
     }
   };
   // An entry made before it is used, so that using it cannot fail.

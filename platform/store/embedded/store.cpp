@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <tuple>
 
 namespace vu::store {
 
@@ -48,11 +49,12 @@ bool Store::refresh(Shelf& shelf, Cell cell) {
   const Extra* const extra = shelf.object(cell).extra();
   if (extra == nullptr) return true;
   const std::int64_t time = now();
-  // What ended first is told first.
+  // What ended first is told first, fields before their object: as when it is swept.
   while (true) {
     const auto due = std::min_element(
-        extra->fields.begin(), extra->fields.end(),
-        [](const auto& one, const auto& other) { return one.deadline < other.deadline; });
+        extra->fields.begin(), extra->fields.end(), [](const auto& one, const auto& other) {
+          return std::tie(one.deadline, one.tag) < std::tie(other.deadline, other.tag);
+        });
     if (due == extra->fields.end() || due->deadline > std::min(time, extra->deadline)) break;
     if (!expire_field(shelf, cell, due->tag)) return false;
   }

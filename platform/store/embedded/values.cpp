@@ -13,13 +13,16 @@ void Run::get() {
   reply(Content::of_message(object(cell).value()), VU_MOM_TYPE_SET);
 }
 
-// The events of a single value that was `old_value` and is `value` from now on.
+// The events of a single value that was `old_value` and is `value` from now on. incr of
+// a stored object writes its counter and no other field.
 void Run::tell_single(std::string_view old_value, bool existed, std::string_view value,
                       std::int32_t type_code) {
   const Shelf& on = shelf();
   if (request_.quiet || on.watchers.empty()) return;
   tell(type_code, [&] { return Content::of_message(value); });
+  const bool counts = existed && type_code == VU_MOM_TYPE_INCR;
   on.watchers.for_each_field([&](std::uint32_t tag) {
+    if (counts && tag != request_.type->counter.number) return;
     if (on.value_carries(value, tag)) {
       tell_field(tag, type_code, [&] { return Content::of_message(records_of(value, tag)); });
     } else if (existed && on.value_carries(old_value, tag)) {

@@ -65,11 +65,13 @@
  *     sets: the members that came, moved or went, with their scores.
  *
  * 15. An object that goes with its last element or field has no event beside the element's
- *     own. A field that expires is told to subscribers of the whole object too: type code
+ *     own. What ends at one moment is told in the order of deadlines, then of field
+ *     numbers, the object last. A field that expires is told to subscribers of the whole object too: type code
  *     0, with the field in `tag`.
  *
  * 16. To a field: the type code of the write, with a hash payload of that field alone, or
- *     for single values with a message of that field (and the key fields) alone; or 29
+ *     for single values with a message of that field (and the key fields) alone (incr of a
+ *     stored object writes its counter only); or 29
  *     deleted, also by a set without it or with its object; or 0 expired, also with its
  *     object. Neither of the last two carries data. publish is not told to fields.
  *
