@@ -28,6 +28,20 @@ python_suites() {
   pytest_suite "$leg" contract "$@"
 }
 
+# fault_suites LEG SUITE... -- PYTHON...: the binding where calls and allocations fail.
+fault_suites() {
+  local leg=$1 suite suites=()
+  shift
+  while [ "$1" != -- ]; do
+    suites+=("$1")
+    shift
+  done
+  shift
+  for suite in "${suites[@]}"; do
+    run_suite "$leg" "faults-$suite" 300 "$@" tests/faults/run.py "build/$leg" "$suite"
+  done
+}
+
 # store_suites LEG [EMULATOR...]: the programs that test the store library without Python.
 store_suites() {
   local leg=$1 program
@@ -49,6 +63,7 @@ faults_suites() {
 leg_host() {
   build_preset host
   python_suites host /usr/bin/python3
+  fault_suites host calls memory slopes -- /usr/bin/python3
   store_suites host
   faults_suites host /usr/bin/python3 calls memory slopes
   pytest_suite host docs /usr/bin/python3
@@ -59,6 +74,7 @@ leg_armhf() {
   build_preset armhf
   python_suites armhf "$SYSROOT_PYTHON"
   faults_suites armhf "$SYSROOT_PYTHON" slopes
+  fault_suites armhf calls memory -- "$SYSROOT_PYTHON"
   store_suites armhf qemu-arm -L "$SYSROOT"
   run_suite armhf build 600 /usr/bin/python3 tests/build/run.py build/armhf
 }
@@ -71,7 +87,9 @@ leg_asan() {
   done
   export ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1
   build_preset asan
-  python_suites asan env "LD_PRELOAD=${runtime[*]}" PYTHONMALLOC=malloc /usr/bin/python3
+  local python=(env "LD_PRELOAD=${runtime[*]}" PYTHONMALLOC=malloc /usr/bin/python3)
+  python_suites asan "${python[@]}"
+  fault_suites asan calls -- "${python[@]}"
   store_suites asan
 }
 
@@ -79,6 +97,7 @@ leg_asan() {
 leg_debug() {
   build_preset debug
   run_suite debug binding 600 /usr/bin/python3-dbg tests/binding/run.py build/debug
+  fault_suites debug slopes -- /usr/bin/python3-dbg
   faults_suites debug /usr/bin/python3-dbg calls slopes
 }
 
