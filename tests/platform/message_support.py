@@ -3,12 +3,16 @@
 import ctypes
 import functools
 import importlib
+import os
 import pathlib
 import subprocess
 import sys
 import tempfile
 
 import vu_message
+
+# Protobuf's other implementation reads large unsigned integers as negative on 32-bit targets.
+os.environ.setdefault("PROTOCOL_BUFFERS_PYTHON_IMPLEMENTATION", "python")
 
 PROTOS = pathlib.Path(__file__).parent / "protos"
 BUILD = pathlib.Path(vu_message.__file__).resolve().parent.parent
