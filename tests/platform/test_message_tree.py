@@ -170,6 +170,33 @@ def test_other_types_are_not_merged():
                 call(other)
 
 
+def test_depth():
+    """What can be built by attributes can be read back; nothing can be built that cannot."""
+    for step in (lambda node: node.child, lambda node: node.nodes.add()):
+        message = node = Node()
+        for _ in range(100):
+            node = step(node)
+        node.name = "deepest"
+        with pytest.raises(ValueError, match=r"Node\.\w+: more than 100 messages within each other"):
+            step(node)
+        back = Node.FromString(message.SerializeToString())
+        for _ in range(100):
+            back = back.child if back.HasField("child") else back.nodes[0]
+        assert back.name == "deepest"
+        message.Clear()  # each part is a root of its own, or a part of one
+        assert step(Node()).name == "" and node.name == "deepest"
+
+
+def test_a_part_that_left_its_place_can_be_as_deep_again():
+    node = Node()
+    for _ in range(1000):
+        child = node.child
+        child.name = "c"
+        node.Clear()
+        node = child
+    assert node == Node(name="c")
+
+
 def test_equality():
     def example():
         return Node(

@@ -1,6 +1,7 @@
 """The plugin: what it writes and what it refuses."""
 
 import ast
+import pathlib
 import shutil
 import subprocess
 import sys
@@ -263,17 +264,45 @@ node.leaves.append(5)  # error
 """
 
 
-@pytest.mark.skipif(shutil.which("mypy") is None, reason="mypy is not installed")
-def test_stubs_with_mypy(tmp_path):
-    tmp_path.joinpath("typed.py").write_text(TYPED)
+def mypy_errors(directory, *files):
+    """Pairs of file name and line, and all that mypy said."""
     result = subprocess.run(
-        ["mypy", "--strict", "--cache-dir", str(tmp_path / "cache"), "typed.py"],
-        cwd=tmp_path,
+        ["mypy", "--strict", "--cache-dir", str(directory / "cache")] + list(map(str, files)),
+        cwd=directory,
         stdout=subprocess.PIPE,
         stderr=subprocess.STDOUT,
         universal_newlines=True,
         env={"PATH": "/usr/bin:/bin", "MYPYPATH": str(BUILD / "python")},
     )
-    wrong = {int(line.split(":")[1]) for line in result.stdout.splitlines() if ": error:" in line}
-    lines = TYPED.splitlines()
-    assert wrong == {i + 1 for i, line in enumerate(lines) if "# error" in line}, result.stdout
+    errors = [line.split(":") for line in result.stdout.splitlines() if ": error:" in line]
+    return {(pathlib.Path(error[0]).name, int(error[1])) for error in errors}, result.stdout
+
+
+needs_mypy = pytest.mark.skipif(shutil.which("mypy") is None, reason="mypy is not installed")
+
+
+@needs_mypy
+def test_stubs_with_mypy(tmp_path):
+    tmp_path.joinpath("typed.py").write_text(TYPED)
+    wrong = {i for i, line in enumerate(TYPED.splitlines(), 1) if "# error" in line}
+    errors, said = mypy_errors(tmp_path, "typed.py")
+    assert errors == {("typed.py", line) for line in wrong}, said
+
+
+@needs_mypy
+def test_stubs_are_right_in_themselves(generated):
+    errors, said = mypy_errors(generated, *generated.glob("**/*.pyi"))
+    assert errors == set() and "no issues found in %d source files" % len(ALL) in said, said
+
+
+@needs_mypy
+def test_stubs_of_fields_that_hide_methods(tmp_path):
+    import vu_message
+
+    names = [name for name in dir(vu_message.Message) if name[0].isupper()]
+    fields = ["int32 %s = %d;" % (name, number) for number, name in enumerate(names, 1)]
+    text = 'syntax = "proto3"; message Hiding { %s }' % " ".join(fields)
+    tmp_path.joinpath("hiding.proto").write_text(text)
+    assert compile_protos(tmp_path, "hiding.proto").returncode == 0
+    errors, said = mypy_errors(tmp_path, "hiding_vu.pyi")
+    assert len(names) > 10 and errors == set(), said

@@ -55,6 +55,15 @@ bool is_plain_name(const std::string& name) {
   return keywords().count(name) == 0 && name.compare(0, 2, "__") != 0;
 }
 
+bool is_method_name(const std::string& name) {
+  static const std::set<std::string> names = {
+      "ByteSize",          "Clear",           "ClearField",      "CopyFrom",
+      "FromString",        "HasField",        "IsInitialized",   "ListFields",
+      "MergeFrom",         "MergeFromString", "ParseFromString", "SerializePartialToString",
+      "SerializeToString", "SetInParent",     "WhichOneof"};
+  return names.count(name) != 0;
+}
+
 std::string module_path(const pb::FileDescriptor& file) {
   std::string path = file.name();
   if (ends_with(path, ".proto")) path.erase(path.size() - 6);

@@ -17,6 +17,9 @@ std::string enumerator_name(const std::string& name);
 // Whether `name` can be written as it is in the body of a class.
 bool is_plain_name(const std::string& name);
 
+// Whether vu_message.Message has a method of that name, which a field then hides.
+bool is_method_name(const std::string& name);
+
 // "a.b.telemetry_vu" for a/b/telemetry.proto, and "a/b/telemetry_vu".
 std::string module_name(const google::protobuf::FileDescriptor& file);
 std::string module_path(const google::protobuf::FileDescriptor& file);

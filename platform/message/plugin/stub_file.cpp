@@ -118,7 +118,8 @@ void write_message(Writer& out, const pb::Descriptor& type) {
       if (name == field.name() || type.FindFieldByName(name) != nullptr) continue;
     }
     const Types types = field_types(field);
-    out.line(name + ": vu_message.Field[" + types.read + ", " + types.write + "]");
+    out.line(name + ": vu_message.Field[" + types.read + ", " + types.write + "]" +
+             (is_method_name(name) ? "  # type: ignore[assignment]" : ""));
   }
   write_constructors(out, type);
   out.dedent();

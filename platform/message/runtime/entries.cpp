@@ -61,6 +61,7 @@ py::Owned get_entry(MessageObject& message, Field& field, const Key& key) {
 
 py::Owned get_or_make_entry(MessageObject& message, Field& field, const Key& key) {
   if (!has_entry(message, field, key)) {
+    if (field.message) check_depth(message, field);
     pb::MapValueRef value;
     NativeMap::insert(writable(message), *field.descriptor, key, value);
   }

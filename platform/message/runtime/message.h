@@ -57,7 +57,12 @@ inline std::unique_ptr<NativeMessage> new_native(const MessageInfo& info) {
 // A copy of a message of the same type; `from` may be part of any tree.
 std::unique_ptr<NativeMessage> copy_native(const MessageInfo& info, const NativeMessage& from);
 
+// ValueError where wrappers of what `field` holds would be of deeper parts than can be
+// parsed. So what is built with wrappers can be read back, and chains of parents are short.
+void check_depth(const MessageObject& parent, const Field& field);
+
 // The wrapper of a message field, set or not: always the same one while Python holds it.
+// ValueError: too deep within other messages.
 py::Owned part_of(MessageObject& parent, Field& field);
 
 // The same for `native`, which is an element of a repeated field or a value of a map.

@@ -364,6 +364,7 @@ PyObject* add(PyObject* self, PyObject* arguments, PyObject* keywords) {
       py::raise(PyExc_TypeError, "add() takes keyword arguments only");
     }
     const View view(self);
+    check_depth(view.message(), view.field());
     Element element;
     element.message = native_of(element_info(view.field()), py::Borrowed(keywords));
     add_element(view.message(), view.field(), std::move(element));

@@ -42,6 +42,8 @@ void enter_tree(Node& node, MessageObject& parent, Field& field, Node*& list) {
   enter_list(list, node);
 }
 
+constexpr int kMostDepth = 100;
+
 // A wrapper for `native`, which belongs to nobody Python knows of yet.
 MessageObject* new_wrapper(MessageInfo& info, NativeMessage* native) {
   PyTypeObject* type = class_of(info);
@@ -177,8 +179,18 @@ std::unique_ptr<NativeMessage> copy_native(const MessageInfo& info, const Native
   return copy;
 }
 
+void check_depth(const MessageObject& parent, const Field& field) {
+  int depth = 0;
+  for (const MessageObject* part = &parent; part != nullptr; part = part->parent) ++depth;
+  if (depth > kMostDepth) {
+    py::raise(PyExc_ValueError, "%s: more than %d messages within each other",
+              field.descriptor->full_name().c_str(), kMostDepth);
+  }
+}
+
 py::Owned part_of(MessageObject& parent, Field& field) {
   if (Node* held = find_part(parent, field)) return py::Owned::share(py::Borrowed(held));
+  check_depth(parent, field);
   MessageInfo& info = element_info(field);
   const pb::Reflection& reflection = *parent.info->reflection;
   if (reflection.HasField(*parent.native, field.descriptor)) {
@@ -200,6 +212,7 @@ py::Owned part_of(MessageObject& parent, Field& field) {
 py::Owned element_of(MessageObject& parent, Field& field, NativeMessage& native) {
   const auto found = held_elements().find(&native);
   if (found != held_elements().end()) return py::Owned::share(py::Borrowed(found->second));
+  check_depth(parent, field);
   py::Owned object = py::Owned::steal(new_wrapper(element_info(field), &native));
   auto& element = *static_cast<MessageObject*>(object.get());
   held_elements().emplace(&native, &element);
