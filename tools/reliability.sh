@@ -19,3 +19,24 @@ verb_faults() {
   done
   return $bad
 }
+
+#: coverage -- report the branch coverage of src/ by the tests of the binding
+verb_coverage() {
+  local build=build/coverage profiles=$PWD/build/coverage/profiles objects=() name
+  install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}" "${PACKAGES_COVERAGE[@]}"
+  build_preset coverage vu_binding_tests vu_mom_faults vu_faults_malloc vu_mom_stubs
+  rm -rf "$profiles"
+  mkdir -p "$profiles" build/logs
+  export LLVM_PROFILE_FILE=$profiles/%m.profraw
+  rm -f build/logs/coverage.counts
+  run_suite coverage binding 600 /usr/bin/python3 tests/binding/run.py "$build"
+  run_suite coverage faults-calls 600 /usr/bin/python3 tests/faults/run.py "$build" calls
+  unset LLVM_PROFILE_FILE
+  for name in binding/python binding/mismatch faults/python; do
+    objects+=("$build/tests/$name/vu_mom.so")
+  done
+  join() { local IFS=:; echo "$*"; }
+  /usr/bin/python3 tools/coverage.py tests/faults/unreachable.txt "$(join "${objects[@]}")" \
+    "$(join "$profiles"/*.profraw)"
+  ! grep -qv ' 0 [0-9]*$' build/logs/coverage.counts || fail "a test has failed"
+}

@@ -131,3 +131,43 @@ FAULTS_API long faults_hit(void) { return faults.hits; }
 FAULTS_API int faults_traced(void) { return trace_length; }
 FAULTS_API const uintptr_t* faults_trace(void) { return trace; }
 FAULTS_API int faults_have_malloc(void) { return malloc_faults() != NULL; }
+
+/* --- a type in C whose base is a type of the binding ------------------------------------ */
+
+static PyTypeObject finalizable = {.ob_base = {PyObject_HEAD_INIT(NULL) 0},
+                                   .tp_name = "faults.Finalizable"};
+static int finalized;
+static int resurrecting;
+static PyObject* resurrected; /* owned; null where nothing was */
+
+static void finalize(PyObject* self) {
+  ++finalized;
+  if (resurrecting == 0) return;
+  Py_INCREF(self);
+  Py_XDECREF(resurrected);
+  resurrected = self;
+}
+
+/* A static type with a finaliser, derived from `base` the first time this is called. */
+FAULTS_API PyObject* faults_finalizable(PyObject* base) {
+  PyTypeObject* type = &finalizable;
+  if (type->tp_base == NULL) {
+    type->tp_base = (PyTypeObject*)base;
+    type->tp_flags = Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_FINALIZE;
+    type->tp_finalize = finalize;
+    if (PyType_Ready(type) < 0) return NULL;
+  }
+  Py_INCREF((PyObject*)type);
+  return (PyObject*)type;
+}
+
+FAULTS_API int faults_finalized(void) { return finalized; }
+FAULTS_API void faults_resurrect(int yes) { resurrecting = yes; }
+
+/* Gives away what the last finaliser brought back. */
+FAULTS_API PyObject* faults_resurrected(void) {
+  PyObject* found = resurrected;
+  resurrected = NULL;
+  if (found == NULL) PyErr_SetString(PyExc_LookupError, "nothing was brought back");
+  return found;
+}

@@ -25,11 +25,20 @@ _library.faults_counted.restype = ctypes.c_long
 _library.faults_hit.restype = ctypes.c_long
 _library.faults_trace.restype = ctypes.POINTER(ctypes.c_size_t)
 
+_library.faults_finalizable.restype = ctypes.py_object
+_library.faults_finalizable.argtypes = [ctypes.py_object]
+_library.faults_resurrected.restype = ctypes.py_object
+_library.faults_resurrect.restype = None
+
 run = _library.faults_run
 deliver = _library.faults_deliver
 counted = _library.faults_counted
 hit = _library.faults_hit
 have_malloc = _library.faults_have_malloc
+finalizable = _library.faults_finalizable
+finalized = _library.faults_finalized
+resurrect = _library.faults_resurrect
+resurrected = _library.faults_resurrected
 
 
 def trace():

@@ -288,6 +288,8 @@ def client_calls():
         yield "VuMom(42)", vu_mom.VuMom, _plain(42), 0
         yield "VuMom()", vu_mom.VuMom, _plain(), 0
         yield "VuMom by keyword", vu_mom.VuMom, _plain(glb=GLOBAL), 0
+        yield "VuMom, odd keyword", vu_mom.VuMom, lambda token: ((GLOBAL,), {5: 1}), 0
+        yield "VuMom, other keywords", vu_mom.VuMom, _plain(GLOBAL, other=1, more=2), 0
         yield "VuMom, other keyword", vu_mom.VuMom, _plain(glob=GLOBAL), 0
         yield "abstract", Abstract, _plain(GLOBAL), 0
         for client in (plain, empty, holding, OddDict(GLOBAL)):

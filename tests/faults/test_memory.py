@@ -45,7 +45,8 @@ class Memory(unittest.TestCase):
         if outcome.error is SystemError and "returned NULL without setting" in outcome.text:
             self.assertTrue(outcome.text.startswith("<function "), outcome)
             return  # the interpreter, in a function written in Python
-        if outcome.error is not MemoryError or clean.error is MemoryError and not outcome.text:
+        if outcome.error is not MemoryError or (clean.error is MemoryError
+                                                and clean.calls == outcome.calls):
             if outcome.error is not None and not outcome.text:
                 clean = clean._replace(text="")  # so does the text of the interpreter's own errors
             if call.untagged is not None:  # the array may be null, or kept, without an error
@@ -71,7 +72,14 @@ class Memory(unittest.TestCase):
         if call.untagged is not None:
             self.assertLessEqual(outcome.blocks, 1, (call, n))
             wanted = wanted._replace(blocks=outcome.blocks)
-        self.assertEqual(outcome, wanted, (call, n, sites[common - 1]))
+        candidates = [wanted]
+        if any(word in call.name for word in ("raising", "converted", "no int")):
+            # A conversion written in Python fails after the last call, and not that call.
+            candidates.append(wanted._replace(
+                contexts=min(clean.contexts, outcomes.handed_over(sites, common)),
+                blocks=wanted.blocks if call.untagged is not None else sum(
+                    1 for site in sites[:common] if site.callee == "malloc")))
+        self.assertIn(outcome, candidates, (call, n, sites[:common][-1:]))
 
     def expect_reply(self, reply, clean, sites, n, outcome, passed):
         """No error leaves the callback. The context stays where the reply was not finished."""

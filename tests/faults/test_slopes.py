@@ -4,6 +4,7 @@ reply, alone; then what takes several of them. References that are kept on purpo
 back after each call, once each: one too many or too few shows here."""
 import ctypes
 import gc
+import itertools
 import os
 import sys
 import unittest
@@ -16,6 +17,8 @@ import support
 
 COUNTS_REFERENCES = hasattr(sys, "gettotalrefcount")
 N = 10 if inject.WHOLE else 1
+# An emulated processor takes its time: one of so many ways to make a call.
+EVERY = 6 if os.uname().machine.startswith("arm") and not inject.WHOLE else 1
 
 
 def measure():
@@ -57,17 +60,17 @@ class Slopes(unittest.TestCase):
         self.fail("%s: references, blocks, descriptors grow by %s" % (name, rounds))
 
     def test_client(self):
-        for call in scenarios.client_calls():
+        for call in itertools.islice(scenarios.client_calls(), 0, None, EVERY):
             self.check(call.run, call)
 
     def test_replies(self):
-        for reply in scenarios.replies():
+        for reply in itertools.islice(scenarios.replies(), 0, None, EVERY):
             self.check(reply.run, reply)
 
 
 def _command_test(row):
     def test(self):
-        for call in scenarios.command_calls(row):
+        for call in itertools.islice(scenarios.command_calls(row), 0, None, EVERY):
             self.check(call.run, call)
     return test
 
