@@ -74,7 +74,6 @@ leg_armhf() {
   build_preset armhf
   python_suites armhf "$SYSROOT_PYTHON"
   faults_suites armhf "$SYSROOT_PYTHON" slopes
-  fault_suites armhf calls memory -- "$SYSROOT_PYTHON"
   store_suites armhf qemu-arm -L "$SYSROOT"
   run_suite armhf build 600 /usr/bin/python3 tests/build/run.py build/armhf
 }
