@@ -7,7 +7,7 @@ listed in EXCLUSIONS, whose lines are
 
     FILE | TEXT OF THE LINE, OR PART OF IT | true or false | REASON
 
-and each line there has to be needed. Otherwise the exit status is 1.
+and each line there has to stand for exactly one side. Otherwise the exit status is 1.
 """
 
 import collections
@@ -61,7 +61,7 @@ def main(exclusions_path, objects, profiles):
         sys.exit("no branch of src/ was found")
     lines = {name: open(name).read().splitlines() for name in {key[0] for key in counts}}
     excluded = exclusions(exclusions_path)
-    used, left = set(), []
+    used, left = collections.Counter(), []
     total, covered, by_file = 0, 0, collections.defaultdict(lambda: [0, 0, 0])
     for (name, line, column), sides in sorted(counts.items()):
         for side, count in zip(("true", "false"), sides):
@@ -75,7 +75,7 @@ def main(exclusions_path, objects, profiles):
                        if entry[0] == name and entry[1] in text and entry[2] == side]
             if reasons:
                 row[2] += 1
-                used.update(reasons)
+                used.update(reasons[:1])
             else:
                 left.append("%s:%d:%d: never %s: %s" % (name, line, column, side, text.strip()))
     print("%-36s %9s %9s %9s" % ("file", "branches", "covered", "excluded"))
@@ -83,9 +83,9 @@ def main(exclusions_path, objects, profiles):
         print("%-36s %9d %9d %9d" % (name, *row))
     sums = [sum(column) for column in zip(*by_file.values())]
     print("%-36s %9d %9d %9d" % ("", *sums))
-    stale = [entry for entry in excluded if entry not in used]
+    stale = [entry for entry in excluded if used[entry] != 1]
     for entry in stale:
-        print("listed and covered, or gone: " + " | ".join(entry))
+        print("stands for %d branches: %s" % (used[entry], " | ".join(entry)))
     for line in left:
         print(line)
     print("%.1f %% of the reachable branches" % (100 * sums[1] / (sums[0] - sums[2])))

@@ -40,3 +40,22 @@ verb_coverage() {
     "$(join "$profiles"/*.profraw)"
   ! grep -qv ' 0 [0-9]*$' build/logs/coverage.counts || fail "a test has failed"
 }
+
+#: lint [DIRECTORY...] -- check the sources (src and include) with clang, clang-tidy and cppcheck
+verb_lint() {
+  local bad=0 sources
+  install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}" "${PACKAGES_LINT[@]}"
+  # The whole build with clang's warnings as errors.
+  build_preset coverage || bad=1
+  [ $# != 0 ] || set -- src include
+  note "cppcheck"
+  cppcheck --quiet --error-exitcode=1 --std=c++20 --language=c++ \
+    --enable=warning,style,performance,portability --suppressions-list=.cppcheck \
+    -Iinclude -Isrc "$@" || bad=1
+  note "clang-tidy"
+  mapfile -t sources < <(find "$@" -name '*.cpp' | sort)
+  printf '%s\0' "${sources[@]}" |
+    xargs -0 -n 2 -P "$(nproc)" clang-tidy-14 --quiet -p build/coverage 2>/dev/null || bad=1
+  [ $bad != 0 ] || echo "no finding in ${#sources[@]} sources and their headers"
+  return $bad
+}
