@@ -180,6 +180,16 @@ def test_what_expires_comes_before_what_is_written_after(client, store):
     assert [event.type_code for event in watch] == [0, 1]
 
 
+def test_what_expires_comes_before_what_is_published_after(client, store):
+    client.set(0, port(name="old"))
+    client.acted_on("pexpire", 0, port(), 3, 5)
+    watch = client.watch(0, port(), 0)
+    store.advance(6)
+    client.publish(0, port(name="news"))
+    store.drive()
+    assert [event.type_code for event in watch] == [0, 24]
+
+
 def test_events_tell_the_time(client, store):
     watch = client.watch(0, port(), 0)
     store.advance(0)
