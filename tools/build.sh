@@ -1,7 +1,7 @@
 # Configuring and building the presets of CMakePresets.json.
 
 # Longest time that one build may take.
-BUILD_LIMIT=15m
+BUILD_LIMIT=30m
 
 # build_preset PRESET [TARGET...]: configures build/PRESET and builds all or the targets.
 build_preset() {
