@@ -178,6 +178,7 @@ void Run::unsubscribe() {
 }
 
 void Run::publish() {
+  find();  // an object that has ended is told of before what is published
   const std::size_t told =
       tell(VU_MOM_TYPE_PUBLISH, [this] { return Content::of_message(request_.value); });
   reply_integer(static_cast<std::int64_t>(told));
