@@ -65,7 +65,7 @@ leg_host() {
   python_suites host /usr/bin/python3
   fault_suites host calls memory slopes -- /usr/bin/python3
   store_suites host
-  faults_suites host /usr/bin/python3 calls memory slopes
+  faults_suites host /usr/bin/python3 calls memory slopes platform
   pytest_suite host docs /usr/bin/python3
   run_suite host build 600 /usr/bin/python3 tests/build/run.py build/host
 }

@@ -42,6 +42,10 @@ Link::Link(Global& self, py::Borrowed store) : self_(self), store_(py::Owned::sh
     self.handle = vu_platform_open(
         text, thread_api->uv_loop(self.thread_master),
         [](void* link) { static_cast<Link*>(link)->wake(); }, this, reason.data(), reason.size());
+    if (self.handle == nullptr && reason[0] == '\0') {
+      PyErr_NoMemory();
+      throw py::PythonError();
+    }
     if (self.handle == nullptr) {
       py::raise(PyExc_ValueError, "store %R cannot be opened: %s", store.get(), reason.data());
     }

@@ -98,7 +98,7 @@ typedef void (*vu_platform_wake)(void *user);
 
 /* Opens a handle on `store` ("embedded:", "embedded:NAME", …). `loop` is borrowed and
  * must outlive the handle; the embedded engine does not use it and takes null.
- * On failure returns null with the reason in `error`. */
+ * On failure returns null with the reason in `error`, empty where memory is short. */
 vu_mom_handle *vu_platform_open(const char *store, struct uv_loop_s *loop, vu_platform_wake wake,
                                 void *user, char *error, size_t error_size);
 

@@ -27,7 +27,7 @@ VU_STORE_EXPORT vu_mom_handle* vu_platform_open(const char* store, struct uv_loo
     if (store != nullptr && handle->open(store, loop, reason)) return handle.release();
     report(store == nullptr ? "no store is named" : reason, error, error_size);
   } catch (const std::bad_alloc&) {
-    report("out of memory", error, error_size);
+    report("", error, error_size);
   }
   return nullptr;
 }

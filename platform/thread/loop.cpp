@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <new>
 #include <optional>
 
 #include "signal_wakeup.h"
@@ -37,6 +38,7 @@ std::int64_t sooner(std::int64_t one, std::int64_t other) {
 }
 
 void raise_uv(int status) {
+  if (status == UV_ENOMEM) throw std::bad_alloc();
   const py::Owned arguments = py::checked(Py_BuildValue("(is)", -status, uv_strerror(status)));
   PyErr_SetObject(PyExc_OSError, arguments.get());
   throw py::PythonError();

@@ -5,6 +5,7 @@ SUITE is one of
   calls    each call that the binding makes fails once
   memory   each allocation fails once, and all from the n-th on
   slopes   what calls leave behind does not grow
+  platform each allocation fails in the platform's modules
 
 --whole does what takes too long for every run of the tests: see docs/reliability.md.
 """
@@ -13,8 +14,9 @@ import sys
 import unittest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-# Each suite, and whose vu_mom it runs on: that of the binding's suite is the ordinary one.
-MODULES = {"calls": "faults", "memory": "faults", "slopes": "binding"}
+# Each suite, and whose vu_mom it runs on: that of the binding's suite is the ordinary one,
+# with stand-ins for all else.
+MODULES = {"calls": "faults", "memory": "faults", "slopes": "binding", "platform": None}
 
 
 def main():
@@ -24,13 +26,17 @@ def main():
     arguments = [argument for argument in sys.argv[3:] if argument != "--whole"]
     whole = len(arguments) < len(sys.argv) - 3
     malloc = os.path.join(build, "tests", "faults", "lib", "libvu_faults_malloc.so")
-    if suite == "memory" and "VU_FAULTS_PRELOADED" not in os.environ:
+    if suite in ("memory", "platform") and "VU_FAULTS_PRELOADED" not in os.environ:
         # The interpreter's small blocks too come from malloc then.
         os.environ.update(LD_PRELOAD=malloc, VU_FAULTS_PRELOADED="1", PYTHONMALLOC="malloc")
         os.execv(sys.executable, [sys.executable] + sys.argv)
 
-    paths = [HERE, os.path.join(os.path.dirname(HERE), "binding")]
-    paths += [os.path.join(build, "tests", name, "python") for name in (MODULES[suite], "binding")]
+    if MODULES[suite]:
+        paths = [HERE, os.path.join(os.path.dirname(HERE), "binding")]
+        paths += [os.path.join(build, "tests", name, "python")
+                  for name in (MODULES[suite], "binding")]
+    else:
+        paths = [HERE, os.path.join(build, "python")]
     sys.path[:1] = paths
     os.environ.update(VU_MOM_TEST_BUILD=build, PYTHONPATH=os.pathsep.join(paths),
                       PYTHONDONTWRITEBYTECODE="1")
