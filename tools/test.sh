@@ -28,20 +28,6 @@ python_suites() {
   pytest_suite "$leg" contract "$@"
 }
 
-# fault_suites LEG SUITE... -- PYTHON...: the binding where calls and allocations fail.
-fault_suites() {
-  local leg=$1 suite suites=()
-  shift
-  while [ "$1" != -- ]; do
-    suites+=("$1")
-    shift
-  done
-  shift
-  for suite in "${suites[@]}"; do
-    run_suite "$leg" "faults-$suite" 300 "$@" tests/faults/run.py "build/$leg" "$suite"
-  done
-}
-
 # store_suites LEG [EMULATOR...]: the programs that test the store library without Python.
 store_suites() {
   local leg=$1 program
@@ -63,7 +49,6 @@ faults_suites() {
 leg_host() {
   build_preset host
   python_suites host /usr/bin/python3
-  fault_suites host calls memory slopes -- /usr/bin/python3
   store_suites host
   faults_suites host /usr/bin/python3 calls memory slopes platform
   pytest_suite host docs /usr/bin/python3
@@ -86,9 +71,7 @@ leg_asan() {
   done
   export ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1
   build_preset asan
-  local python=(env "LD_PRELOAD=${runtime[*]}" PYTHONMALLOC=malloc /usr/bin/python3)
-  python_suites asan "${python[@]}"
-  fault_suites asan calls -- "${python[@]}"
+  python_suites asan env "LD_PRELOAD=${runtime[*]}" PYTHONMALLOC=malloc /usr/bin/python3
   store_suites asan
 }
 
@@ -96,7 +79,6 @@ leg_asan() {
 leg_debug() {
   build_preset debug
   run_suite debug binding 600 /usr/bin/python3-dbg tests/binding/run.py build/debug
-  fault_suites debug slopes -- /usr/bin/python3-dbg
   faults_suites debug /usr/bin/python3-dbg calls slopes
 }
 
