@@ -203,7 +203,10 @@ def test_stubs_describe_every_field(generated):
         for item in node.body
         if isinstance(item, ast.AnnAssign)
     }
-    assert set(fields) == {field.name for field in tree.Node.DESCRIPTOR.fields}
+    names = {field.name for field in tree.Node.DESCRIPTOR.fields}
+    numbers = {name.upper() + "_FIELD_NUMBER" for name in names}
+    assert set(fields) == names | numbers
+    assert {fields[name] for name in numbers} == {"typing.ClassVar[builtins.int]"}
     assert fields["name"] == "vu_message.Field[builtins.str, builtins.str]"
     assert fields["counts"].startswith("vu_message.Field[vu_message.ScalarMap[builtins.str, builtins.int]")
     constructors = [item for item in node.body if isinstance(item, ast.FunctionDef)]
@@ -254,6 +257,7 @@ node.color = scalars.Color.RED
 copy: tree.Node = tree.Node(node.get_ptr())
 again: tree.Node = tree.Node.FromString(copy.SerializeToString())
 tag: int = tree.Node.name.number
+constant: int = tree.Node.NAME_FIELD_NUMBER
 for key, item in node.by_name.items():
     both: typing.Tuple[str, str] = (key, item.name)
 node.name = 5  # error

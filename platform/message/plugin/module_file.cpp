@@ -36,11 +36,6 @@ void write_bytes(Writer& out, const std::string& bytes) {
   if (!line.empty() || bytes.empty()) out.line("b\"" + line + "\"");
 }
 
-std::string upper(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return text;
-}
-
 // What a reader wants to know of a field: "repeated string", "uint64, counter".
 std::string field_note(const pb::FieldDescriptor& field) {
   std::string type;
@@ -86,7 +81,7 @@ void write_enum(Writer& out, const pb::EnumDescriptor& type) {
 void write_field(Writer& out, const pb::FieldDescriptor& field) {
   const std::string& name = field.name();
   if (name.compare(0, 2, "__") == 0) return;  // a class body would rename it; Message binds it
-  out.line(upper(name) + "_FIELD_NUMBER = " + std::to_string(field.number()));
+  out.line(field_number_name(name) + " = " + std::to_string(field.number()));
   const std::string value = " = DESCRIPTOR.field(\"" + name + "\")  # " + field_note(field);
   if (is_plain_name(name)) {
     out.line(name + value);

@@ -1,6 +1,7 @@
 #include "python_names.h"
 
 #include <algorithm>
+#include <cctype>
 #include <set>
 
 namespace vu {
@@ -49,6 +50,11 @@ std::string enumerator_name(const std::string& name) {
   const bool special = name.front() == '_' && name.back() == '_';
   if (special || name.compare(0, 2, "__") == 0) return "value" + name;
   return python_name(name);
+}
+
+std::string field_number_name(std::string name) {
+  for (char& c : name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return name + "_FIELD_NUMBER";
 }
 
 bool is_plain_name(const std::string& name) {

@@ -14,6 +14,9 @@ std::string python_name(const std::string& name);
 // The same for an enum value, for which the enum module has taken some words more.
 std::string enumerator_name(const std::string& name);
 
+// "HITS_FIELD_NUMBER" for the field `hits`.
+std::string field_number_name(std::string name);
+
 // Whether `name` can be written as it is in the body of a class.
 bool is_plain_name(const std::string& name);
 

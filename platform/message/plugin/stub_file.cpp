@@ -113,6 +113,9 @@ void write_message(Writer& out, const pb::Descriptor& type) {
   for (int i = 0; i < type.field_count(); ++i) {
     const Type& field = *type.field(i);
     std::string name = field.name();
+    if (name.compare(0, 2, "__") != 0) {
+      out.line(field_number_name(name) + ": typing.ClassVar[builtins.int]");
+    }
     if (!is_plain_name(name)) {
       name = python_name(name);
       if (name == field.name() || type.FindFieldByName(name) != nullptr) continue;
