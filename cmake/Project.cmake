@@ -35,3 +35,12 @@ if(VU_MOM_SANITIZE)
     -fsanitize=${VU_MOM_SANITIZE} -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
   target_link_options(vu_flags INTERFACE -fsanitize=${VU_MOM_SANITIZE})
 endif()
+if(VU_MOM_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "VU_MOM_FUZZ needs clang")
+  endif()
+  # Tells libFuzzer what ran; its main program comes with the targets of tests/fuzz. Clang's
+  # warnings are the business of `./dev lint`.
+  target_compile_options(vu_flags INTERFACE
+    -fsanitize=fuzzer-no-link -fno-sanitize-coverage=trace-cmp -Wno-error)
+endif()

@@ -34,7 +34,7 @@ std::size_t find_parameter(const Signature& signature, PyObject* keyword) {
 
 }  // namespace
 
-Arguments::Arguments(const Signature& signature, PyObject* const* vector, Py_ssize_t positional,
+void Arguments::bind(const Signature& signature, PyObject* const* vector, Py_ssize_t positional,
                      PyObject* keyword_names) {
   take_positional(signature, vector, positional);
   py::Borrowed refused;

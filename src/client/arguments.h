@@ -32,7 +32,20 @@ class Arguments {
  public:
   // From a vector with a tuple of keyword names, or null: what the caller keeps alive.
   Arguments(const Signature& signature, PyObject* const* vector, Py_ssize_t positional,
-            PyObject* keyword_names);
+            PyObject* keyword_names) {
+    const std::size_t given = static_cast<std::size_t>(positional);
+    const bool simple =
+        keyword_names == nullptr && given >= signature.required && given <= signature.count;
+    if (simple) {
+      for (std::size_t i = 0; i < given; ++i) values_[i] = py::Borrowed(vector[i]);
+    } else {
+      bind(signature, vector, positional, keyword_names);
+    }
+  }
+
+  // From a tuple without keywords.
+  Arguments(const Signature& signature, PyObject* tuple)
+      : Arguments(signature, &PyTuple_GET_ITEM(tuple, 0), PyTuple_GET_SIZE(tuple), nullptr) {}
 
   // The first N arguments: `const auto [db, obj] = in.values<2>();`
   template <std::size_t N>
@@ -46,6 +59,8 @@ class Arguments {
  protected:
   Arguments() = default;
 
+  void bind(const Signature& signature, PyObject* const* vector, Py_ssize_t positional,
+            PyObject* keyword_names);
   void take_positional(const Signature& signature, PyObject* const* items, Py_ssize_t count);
   void take_keyword(const Signature& signature, PyObject* keyword, PyObject* value,
                     py::Borrowed& refused);

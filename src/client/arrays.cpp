@@ -28,7 +28,7 @@ std::size_t* size_t_list_to_carr(py::Borrowed list_or_none) {
     array = allocate<std::size_t>(n);
     for (std::size_t i = 0; i < n; ++i) {
       const py::Owned element = list_item(list_or_none, i);
-      array[i] = to_size(to_int(element));
+      array[i] = to_size(element);
     }
   });
   return converted ? array : nullptr;

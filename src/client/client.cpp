@@ -10,6 +10,7 @@ namespace vu_mom {
 namespace {
 
 const Name regist_app("regist_app");
+const Name getfunc_attribute("__getfunc");
 
 constexpr Signature kInit{"__init__", 1, {"glb"}};
 
@@ -112,6 +113,19 @@ std::vector<PyMethodDef> client_methods() {
        "Let the store print its state, for a person who debugs.\n\n"
        "Raises InputError, MemoryError or Error where the store refuses."},
   };
+}
+
+Fetch::Fetch(VuMom& client)
+    : client_(client),
+      looked_up_(py::checked(py::look_up_method(reinterpret_cast<PyObject*>(&client),
+                                                getfunc_attribute.get().get(), function_))) {}
+
+py::Owned Fetch::operator()(py::Borrowed name) const {
+  if (function_ != nullptr) {
+    return py::checked(function_(reinterpret_cast<PyObject*>(&client_), name.get()));
+  }
+  PyObject* vector[] = {nullptr, name.get()};
+  return py::checked(py::call_vector(looked_up_.get(), vector + 1, 1));
 }
 
 void bind_client(VuMom& client, py::Borrowed vu_global) {

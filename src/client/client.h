@@ -19,6 +19,19 @@ struct VuMom {
 
 extern PyTypeObject VuMomType;
 
+// client.__getfunc, looked up now and called later; the client has to stay. Throws PythonError.
+class Fetch {
+ public:
+  explicit Fetch(VuMom& client);
+
+  py::Owned operator()(py::Borrowed name) const;  // __getfunc(name)
+
+ private:
+  VuMom& client_;
+  PyCFunction function_ = nullptr;  // called with the client; null where looked_up_ is called
+  py::Owned looked_up_;
+};
+
 // Makes the type ready with `methods`, an array that ends with an empty entry and lives
 // as long as the type.
 void ready_client_type(PyMethodDef* methods);

@@ -37,6 +37,7 @@ PyMethodDef method() {
   constexpr int kFlags = METH_FASTCALL | METH_KEYWORDS;
 #else
   const auto entry = [](PyObject* self, PyObject* tuple, PyObject* dict) {
+    if (dict == nullptr) return run<Arguments>(command, self, tuple);
     return run<ArgumentsOfDict>(command, self, tuple, dict);
   };
   constexpr int kFlags = METH_VARARGS | METH_KEYWORDS;

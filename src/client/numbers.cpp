@@ -1,7 +1,5 @@
 #include "client/numbers.h"
 
-#include <limits>
-
 #include "module/constants.h"
 
 namespace vu_mom {
@@ -11,11 +9,6 @@ const Name get_ptr("get_ptr");
 
 static_assert(sizeof(long) == sizeof(std::size_t), "long is as wide as an address");
 static_assert(sizeof(long long) == sizeof(std::int64_t));
-
-template <typename Native>
-bool fits(long value) {
-  return value >= std::numeric_limits<Native>::min() && value <= std::numeric_limits<Native>::max();
-}
 
 // The interpreter's error for an int that no C type holds: the text is its own, and on
 // 64-bit hosts a value that only the 32-bit type cannot hold gets the same one.
@@ -58,7 +51,7 @@ unsigned long to_unsigned_long(PyObject* integer, const char* type_name) {
 
 }  // namespace
 
-std::int32_t to_int32(py::Borrowed value) {
+std::int32_t any_to_int32(py::Borrowed value) {
   return with_int(value, [](PyObject* integer) {
     int overflow = 0;
     const long native = to_long_and_overflow(integer, overflow);
@@ -75,12 +68,12 @@ std::uint32_t to_uint32(py::Borrowed value) {
   });
 }
 
-std::size_t to_size(py::Borrowed value) {
+std::size_t any_to_size(py::Borrowed value) {
   return with_int(
       value, [](PyObject* integer) -> std::size_t { return to_unsigned_long(integer, "size_t"); });
 }
 
-long to_long(py::Borrowed value) {
+long any_to_long(py::Borrowed value) {
   return with_int(value, [](PyObject* integer) {
     long native = 0;
     if (py::small_int(integer, native)) return native;

@@ -33,43 +33,28 @@ py::Owned make_message(const vu_mom_reply* reply) {
 Delivery::Delivery(const vu_mom_reply* reply, void* privdata) : reply_(reply) {
   if (reply == nullptr) raise(MomCApiInnerError, msg_is_null);
   if (privdata == nullptr) raise(MomCApiInnerError, privdata_is_null);
-  context_ = py::Owned::share(py::Borrowed(static_cast<PyObject*>(privdata)));
-  p_ = item(key::p);
-  cb_ = item(key::cb);
+  context_ = Context(py::Borrowed(static_cast<PyObject*>(privdata)));
+  p_ = context_.item(Key::p);
+  cb_ = context_.item(Key::cb);
   message_ = make_message(reply);
   set(py::Owned::share(py::Borrowed(Py_None)));
 }
 
-// A context is a dict; what else supports the same lookups is taken too.
-py::Owned Delivery::find(const Name& name) const {
-  if (PyDict_CheckExact(context_.get())) {
-    PyObject* const value = PyDict_GetItemWithError(context_.get(), name.get().get());
-    if (value == nullptr && PyErr_Occurred()) throw py::PythonError();
-    return py::Owned::share(py::Borrowed(value));
-  }
-  const int found = py::checked(PySequence_Contains(context_.get(), name.get().get()));
-  return found != 0 ? py::checked(PyObject_GetItem(context_.get(), name.get().get())) : py::Owned();
-}
-
-py::Owned Delivery::item(const Name& name) const {
-  return py::checked(PyObject_GetItem(context_.get(), name.get().get()));
-}
-
 void Delivery::set_message() {
   if (reply_->data == nullptr) return;
-  const py::Owned message_class = item(key::obj);
+  const py::Owned message_class = context_.item(Key::obj);
   set(call_with(message_class, data()));
 }
 
-void Delivery::set_result(py::Borrowed result_class) {
+void Delivery::set_result(py::Borrowed any_class) {
   if (reply_->data == nullptr) return;
-  set(call_with(result_class, data()));
+  set(call_with(any_class, data()));
 }
 
 void Delivery::set_result_with_class(py::Borrowed result_class) {
   if (reply_->data == nullptr) return;
   const py::Owned address = data();
-  const py::Owned message_class = item(key::obj);
+  const py::Owned message_class = context_.item(Key::obj);
   set(py::checked(py::call_with_keyword(result_class.get(), address.get(), cls_keyword.get().get(),
                                         message_class.get())));
 }
@@ -83,8 +68,6 @@ void Delivery::call() {
   py::checked(py::call_vector(cb_.get(), vector + 1, 2));
 }
 
-void Delivery::release() { const py::Owned the_stores = py::Owned::steal(context_.get()); }
-
 void Delivery::set(py::Owned value) {
   py::replace(reinterpret_cast<PubSubMsgObject*>(message_.get())->result, std::move(value));
 }
@@ -96,12 +79,12 @@ namespace {
 // The result takes its shape from the classes that the command put into the context.
 void set_result_by_context(Delivery& delivery, const vu_mom_reply* reply) {
   if (reply->data == nullptr) return;
-  const py::Owned message_class = delivery.find(key::obj);
-  const py::Owned result_class = delivery.find(key::resobj);
+  const py::Owned message_class = delivery.context().find(Key::obj);
+  const py::Owned result_class = delivery.context().find(Key::resobj);
   if (!message_class.is_null() && !result_class.is_null()) {
     delivery.set_result_with_class(result_class);
   } else if (!message_class.is_null()) {
-    delivery.set_message();
+    delivery.set_result(message_class);
   } else if (!result_class.is_null()) {
     delivery.set_result(result_class);
   }
@@ -109,7 +92,7 @@ void set_result_by_context(Delivery& delivery, const vu_mom_reply* reply) {
 
 // Requests on a level get several replies; the last one carries the context's end mark.
 bool is_last(const Delivery& delivery, const vu_mom_reply* reply) {
-  const py::Owned flag = delivery.find(key::flag);
+  const py::Owned flag = delivery.context().find(Key::flag);
   if (flag.is_null()) return true;
   const py::Owned end_mark = py::checked(PyLong_FromUnsignedLong(reply->end_mark));
   const py::Owned equal = py::checked(PyObject_RichCompare(flag.get(), end_mark.get(), Py_EQ));

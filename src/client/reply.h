@@ -6,8 +6,7 @@
 // context is then kept, since nothing tells whether further replies use it.
 #pragma once
 
-#include "client/request.h"
-#include "module/constants.h"
+#include "client/context.h"
 #include "python/error.h"
 #include "vu_mom_impl.h"
 
@@ -23,24 +22,23 @@ class Delivery {
   // an empty result.
   Delivery(const vu_mom_reply* reply, void* privdata);
 
-  py::Owned find(const Name& name) const;  // null where the context has no such entry
-  py::Owned item(const Name& name) const;  // raises KeyError
+  const Context& context() const { return context_; }
 
   // Sets the result from the record's data; each leaves None where the reply carries none.
   void set_message();                                     // an object of the message class
-  void set_result(py::Borrowed result_class);             // result_class(data)
+  void set_result(py::Borrowed any_class);                // any_class(data)
   void set_result_with_class(py::Borrowed result_class);  // result_class(data, cls=message class)
   void set_result_with_class(PyTypeObject* result_class);
 
-  void call();     // cb(message, p)
-  void release();  // gives back the store's reference; the context may be gone after it
+  void call();  // cb(message, p)
+  void release() { context_.release(); }
 
  private:
   void set(py::Owned value);
   py::Owned data() const;
 
   const vu_mom_reply* reply_;
-  py::Owned context_;
+  Context context_;
   py::Owned p_;
   py::Owned cb_;
   py::Owned message_;

@@ -8,7 +8,7 @@ const Name short_name_attribute("short_name");
 const Name underscore("_");
 
 py::Owned attribute(py::Borrowed object, const Name& name) {
-  return py::checked(PyObject_GetAttr(object.get(), name.get().get()));
+  return py::checked(py::get_attribute(object.get(), name.get().get()));
 }
 
 py::Owned add(py::Borrowed left, py::Borrowed right) {

@@ -9,17 +9,17 @@ namespace {
 PyObject* memory_error = nullptr;  // owned, kept for good
 PyObject* range = nullptr;
 
-PyObject* builtin(PyObject* builtins, const char* name) {
-  PyObject* const value = PyObject_GetAttrString(builtins, name);
-  if (value == nullptr) py::raise(PyExc_NameError, "name '%.200s' is not defined", name);
+py::Owned builtin(PyObject* builtins, const char* name) {
+  py::Owned value = py::Owned::steal(PyObject_GetAttrString(builtins, name));
+  if (value.is_null()) py::raise(PyExc_NameError, "name '%.200s' is not defined", name);
   return value;
 }
 
 }  // namespace
 
 void cache_builtins(PyObject* builtins) {
-  py::replace(memory_error, py::Owned::steal(builtin(builtins, "MemoryError")));
-  py::replace(range, py::Owned::steal(builtin(builtins, "range")));
+  py::replace(memory_error, builtin(builtins, "MemoryError"));
+  py::replace(range, builtin(builtins, "range"));
 }
 
 void accept_unless_refused(std::int32_t status) {

@@ -1,6 +1,7 @@
 // Commands on a list of messages.
 #include "client/numbers.h"
 #include "client/reply.h"
+#include "client/request.h"
 #include "client/status.h"
 #include "commands/commands.h"
 #include "commands/shapes.h"

@@ -1,6 +1,7 @@
 // Scans: commands whose replies come one stored object at a time.
 #include "client/numbers.h"
 #include "client/reply.h"
+#include "client/request.h"
 #include "client/status.h"
 #include "commands/commands.h"
 #include "module/exceptions.h"

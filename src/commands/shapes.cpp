@@ -2,6 +2,7 @@
 
 #include "client/numbers.h"
 #include "client/reply.h"
+#include "client/request.h"
 #include "client/status.h"
 
 namespace vu_mom {

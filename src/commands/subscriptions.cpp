@@ -2,6 +2,7 @@
 #include "client/arrays.h"
 #include "client/numbers.h"
 #include "client/reply.h"
+#include "client/request.h"
 #include "client/status.h"
 #include "commands/commands.h"
 #include "module/exceptions.h"

@@ -16,11 +16,11 @@ py::Owned make_frame(const char* function) {
   const py::Owned globals =
       module_dict().is_null() ? py::Owned::steal(PyDict_New()) : py::Owned::share(module_dict());
   if (globals.is_null()) return {};
-  PyCodeObject* const code = PyCode_NewEmpty(kFile, function, kLine);
-  if (code == nullptr) return {};
-  const py::Owned keep = py::Owned::steal(reinterpret_cast<PyObject*>(code));
-  return py::Owned::steal(
-      reinterpret_cast<PyObject*>(PyFrame_New(PyThreadState_Get(), code, globals.get(), nullptr)));
+  const py::Owned code =
+      py::Owned::steal(reinterpret_cast<PyObject*>(PyCode_NewEmpty(kFile, function, kLine)));
+  if (code.is_null()) return {};
+  return py::Owned::steal(reinterpret_cast<PyObject*>(PyFrame_New(
+      PyThreadState_Get(), reinterpret_cast<PyCodeObject*>(code.get()), globals.get(), nullptr)));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "python/error.h"
+#include "python/threads.h"
 
 namespace vu_mom {
 
@@ -41,6 +42,7 @@ void report_unraisable(const char* function);
 // whether it ran to its end. What it throws is reported under `function`.
 template <typename Body>
 bool enter_unraisable(const char* function, Body&& body) noexcept {
+  py::require_lock(function);
   try {
     body();
     return true;

@@ -11,6 +11,7 @@
 #endif
 
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 
 // The declaration of a module's init function. Below 3.9 PyMODINIT_FUNC says nothing of
@@ -33,11 +34,10 @@
 #define VU_MAPPING 0
 #endif
 
-// Methods are called with a vector of arguments from 3.7 on, with a tuple and a dict below.
-#if PY_VERSION_HEX >= 0x03070000
-#define VU_VECTOR_METHODS 1
-#else
-#define VU_VECTOR_METHODS 0
+// Methods are called with a vector of arguments from 3.7 on, with a tuple and a dict below, or
+// where the build says so.
+#ifndef VU_VECTOR_METHODS
+#define VU_VECTOR_METHODS (PY_VERSION_HEX >= 0x03070000)
 #endif
 
 namespace py {
@@ -64,6 +64,16 @@ inline bool small_int(PyObject* integer, long& value) {
 #endif
 }
 
+// A number that a dict changes whenever it changes, and that no two dicts share; 0 where the
+// interpreter has none.
+inline std::uint64_t dict_version([[maybe_unused]] PyObject* dict) {
+#if PY_VERSION_HEX >= 0x03060000 && PY_VERSION_HEX < 0x030C0000
+  return reinterpret_cast<PyDictObject*>(dict)->ma_version_tag;
+#else
+  return 0;
+#endif
+}
+
 // callable(*arguments), `count` positional arguments. arguments[-1] may be overwritten
 // during the call and is restored. Returns a new reference, or null with the error set.
 inline PyObject* call_vector(PyObject* callable, PyObject** arguments, std::size_t count) {
@@ -82,6 +92,56 @@ inline PyObject* call_vector(PyObject* callable, PyObject** arguments, std::size
   Py_DECREF(tuple);
   return result;
 #endif
+}
+
+// A function for calls of a type, cls(...): as many arguments as vector_count(count) says, then
+// one for each of `names`, a tuple or null.
+using TypeCall = PyObject* (*)(PyObject* type, PyObject* const* arguments, std::size_t count,
+                               PyObject* names);
+
+inline Py_ssize_t vector_count(std::size_t count) {
+#if PY_VERSION_HEX >= 0x03080000
+  return PyVectorcall_NARGS(count);
+#else
+  return static_cast<Py_ssize_t>(count);
+#endif
+}
+
+// Makes it the function for calls of `type`, where types have one (from 3.9 on); elsewhere
+// tp_new and tp_init are called as ever. Subclasses do not inherit it.
+inline void set_type_call(PyTypeObject& type, TypeCall call) {
+#if PY_VERSION_HEX >= 0x03090000
+  type.tp_vectorcall = call;
+#else
+  static_cast<void>(type);
+  static_cast<void>(call);
+#endif
+}
+
+// type(...) by tp_new and tp_init, with the same arguments. Returns a new reference, or null
+// with the error set.
+inline PyObject* call_type_slots(PyObject* type, PyObject* const* arguments, std::size_t count,
+                                 PyObject* names) {
+  const Py_ssize_t positional = vector_count(count);
+  PyObject* tuple = PyTuple_New(positional);
+  PyObject* dict = tuple == nullptr || names == nullptr ? nullptr : PyDict_New();
+  PyObject* result = nullptr;
+  if (tuple != nullptr && (names == nullptr || dict != nullptr)) {
+    for (Py_ssize_t i = 0; i < positional; ++i) {
+      Py_INCREF(arguments[i]);
+      PyTuple_SET_ITEM(tuple, i, arguments[i]);
+    }
+    const Py_ssize_t named = names == nullptr ? 0 : PyTuple_GET_SIZE(names);
+    Py_ssize_t i = 0;
+    while (i < named &&
+           PyDict_SetItem(dict, PyTuple_GET_ITEM(names, i), arguments[positional + i]) == 0) {
+      ++i;
+    }
+    if (i == named) result = PyType_Type.tp_call(type, tuple, dict);
+  }
+  Py_XDECREF(tuple);
+  Py_XDECREF(dict);
+  return result;
 }
 
 // callable(argument, keyword=value), `keywords` being the tuple (keyword,).
@@ -106,13 +166,85 @@ inline PyObject* call_with_keyword(PyObject* callable, PyObject* argument, PyObj
 #endif
 }
 
-// object.name(): a method call without arguments.
+// What the type of `object` has under `name`, an interned string, borrowed; null where there is
+// nothing, or where only an ordinary lookup tells what object.name is: the type looks attributes
+// up in a way of its own, or the object has attributes beside those of its type.
+// Runs no Python code and sets no error.
+inline PyObject* class_attribute(PyObject* object, PyObject* name) {
+  PyTypeObject* const type = Py_TYPE(object);
+  if (type->tp_getattro != PyObject_GenericGetAttr || type->tp_dictoffset != 0) return nullptr;
+  return _PyType_Lookup(type, name);
+}
+
+// object.name, `name` being an interned string. Quick for a plain value that the type has.
+inline PyObject* get_attribute(PyObject* object, PyObject* name) {
+  PyObject* const value = class_attribute(object, name);
+  if (value == nullptr || Py_TYPE(value)->tp_descr_get != nullptr) {
+    return PyObject_GetAttr(object, name);
+  }
+  Py_INCREF(value);
+  return value;
+}
+
+// object.__class__, `name` being that string, interned. Quick where it is the type.
+inline PyObject* get_class(PyObject* object, PyObject* name) {
+  PyTypeObject* const type = Py_TYPE(object);
+  const bool ordinary = type->tp_getattro == PyObject_GenericGetAttr &&
+                        _PyType_Lookup(type, name) == _PyType_Lookup(&PyBaseObject_Type, name);
+  if (!ordinary) return PyObject_GetAttr(object, name);
+  Py_INCREF(type);
+  return reinterpret_cast<PyObject*>(type);
+}
+
+// The function in C behind a method of an object's type; null where it is none with `flags`.
+inline PyCFunction function_of(PyObject* object, PyObject* method, int flags) {
+  if (Py_TYPE(method) != &PyMethodDescr_Type) return nullptr;
+  const auto* descriptor = reinterpret_cast<PyMethodDescrObject*>(method);
+  if (descriptor->d_method->ml_flags != flags) return nullptr;
+  if (!PyObject_TypeCheck(object, descriptor->d_common.d_type)) return nullptr;
+  return descriptor->d_method->ml_meth;
+}
+
+// object.name(): a method call without arguments, `name` being an interned string. Quick for a
+// method written in C.
 inline PyObject* call_method(PyObject* object, PyObject* name) {
+  PyObject* const method = class_attribute(object, name);
+  if (method != nullptr) {
+    const PyCFunction function = function_of(object, method, METH_NOARGS);
+    if (function != nullptr) return function(object, nullptr);
+  }
 #if PY_VERSION_HEX >= 0x03090000
   return PyObject_CallMethodNoArgs(object, name);
 #else
   return PyObject_CallMethodObjArgs(object, name, nullptr);
 #endif
+}
+
+// object.name, `name` being an interned string, to be called later with one argument: a new
+// reference, or null with the error set. Where it is a method of the object's type in C, what is
+// returned is not bound to the object, and `function` is what to call with it; else null.
+inline PyObject* look_up_method(PyObject* object, PyObject* name, PyCFunction& function) {
+  function = nullptr;
+#if PY_VERSION_HEX >= 0x03080000 && PY_VERSION_HEX < 0x030C0000
+  PyObject* method = nullptr;
+  if (_PyObject_GetMethod(object, name, &method) == 0) return method;
+  function = function_of(object, method, METH_O);
+  if (function != nullptr) return method;
+  Py_DECREF(method);
+#elif PY_VERSION_HEX < 0x03080000
+  PyTypeObject* const type = Py_TYPE(object);
+  if (type->tp_getattro == PyObject_GenericGetAttr) {
+    PyObject* const method = _PyType_Lookup(type, name);
+    PyObject** const own = _PyObject_GetDictPtr(object);
+    const bool hidden = own != nullptr && *own != nullptr && PyDict_GetItem(*own, name) != nullptr;
+    if (method != nullptr && !hidden) function = function_of(object, method, METH_O);
+    if (function != nullptr) {
+      Py_INCREF(method);
+      return method;
+    }
+  }
+#endif
+  return PyObject_GetAttr(object, name);
 }
 
 // The error indicator, taken out of the interpreter while other code runs.
@@ -189,6 +321,13 @@ inline PyTypeObject static_type(const char* name, std::size_t size) {
   return type;
 }
 #pragma GCC diagnostic pop
+
+// Makes a new object of one that was destroyed and kept, not freed, by its type: with one
+// reference, and tracked by the garbage collector.
+inline void use_again(PyObject* object) {
+  _Py_NewReference(object);
+  PyObject_GC_Track(object);
+}
 
 // The namespace of a static type that is ready; borrowed.
 inline PyObject* type_dict(PyTypeObject& type) { return type.tp_dict; }

@@ -161,20 +161,24 @@ class ManyCalls(BindingTest):
                     self.assertEqual(found, [0, 0])
 
     def slopes(self, action, undo):
-        """The growth of the total of references per call, from N to 10 N to 100 N calls."""
+        """The growth of the total of references per call, from N to 10 N to 100 N calls. What the
+        interpreter itself takes or gives back meanwhile is no multiple of the calls: it is measured
+        again then, twice at most."""
         action(1)
         undo()
-        changes = []
-        for times in TIMES + TIMES:
-            gc.collect()
-            before = sys.gettotalrefcount()
-            action(times)
-            changes.append(sys.gettotalrefcount() - before)
-            undo()
-        changes = changes[3:]  # the first round lets things settle
-        few, many = changes[1] - changes[0], changes[2] - changes[1]
-        self.assertEqual((few % (9 * N), many % (90 * N)), (0, 0), changes)
-        return [few // (9 * N), many // (90 * N)]
+        for _ in range(3):
+            changes = []
+            for times in TIMES + TIMES:
+                gc.collect()
+                before = sys.gettotalrefcount()
+                action(times)
+                changes.append(sys.gettotalrefcount() - before)
+                undo()
+            changes = changes[3:]  # the first round lets things settle
+            few, many = changes[1] - changes[0], changes[2] - changes[1]
+            if (few % (9 * N), many % (90 * N)) == (0, 0):
+                return [few // (9 * N), many // (90 * N)]
+        self.fail("growth that no number of references per call explains: %r" % changes)
 
 
 if __name__ == "__main__":
