@@ -6,7 +6,9 @@
  * vu_mom_common reads records and payloads. The binding never sees this header.
  *
  * Threads: as in vu_mom_impl.h, every function is called on a thread that holds the
- * interpreter lock. In a program without an interpreter: from one thread at a time.
+ * interpreter lock. In a program without an interpreter: from one thread at a time. A
+ * library that was built with assertions checks that, and ends the process of a caller
+ * who breaks it.
  *
  * Compiles as C11 and as C++.
  */
@@ -37,7 +39,12 @@ typedef struct vu_platform_details {
 } vu_platform_details;
 
 static inline const vu_platform_details *vu_platform_details_of(const vu_mom_reply *reply) {
-  return (const vu_platform_details *)(const void *)reply->details;
+  const void *details = reply->details;
+#ifdef __cplusplus
+  return static_cast<const vu_platform_details *>(details);
+#else
+  return details;
+#endif
 }
 
 /* An identity is the sequence of the key components, each self-delimiting:
@@ -87,22 +94,34 @@ int32_t vu_platform_message_add(intptr_t address);
 void vu_platform_message_remove(intptr_t address);
 int vu_platform_message_is_live(intptr_t address);
 
+/* Makes a message that the library is delivering the caller's, who deletes it, and saves
+ * making a copy. From then on its address is live no more, unless it is registered. Taken once
+ * more while the delivery lasts, there is another message with the same contents, elsewhere.
+ * Returns VU_MOM_OK; VU_MOM_BAD_INPUT, with 0 in `taken`, where no message that is being
+ * delivered was made at this address, or its owner has registered it; or VU_MOM_NO_MEMORY. */
+int32_t vu_platform_message_take(intptr_t address, intptr_t *taken);
+
 /* ---- Handles ------------------------------------------------------------------ */
 
 struct uv_loop_s;
 
-/* Called when the handle has something to deliver and nobody was told since the last
- * vu_platform_deliver, from inside a command or from a loop callback. It must not
+/* Called when the handle has something to deliver, or to send, and nobody was told since
+ * the last vu_platform_deliver, from inside a command or from a loop callback. It must not
  * call back into the library; it arranges for vu_platform_deliver to be called. */
 typedef void (*vu_platform_wake)(void *user);
 
-/* Opens a handle on `store` ("embedded:", "embedded:NAME", …). `loop` is borrowed and
- * must outlive the handle; the embedded engine does not use it and takes null.
+/* Opens a handle on `store` ("embedded:", "embedded:NAME", "redis://host", …). `loop` is
+ * borrowed; the embedded engine does not use it and takes null. A store on a server has its
+ * sockets and timers in it: whoever drives the handle also runs the uv loop, as every
+ * function here on a thread that holds the interpreter lock, and runs it once more after the
+ * last handle was freed, so that what is closing there goes. Connections are made by
+ * themselves, when there is something to send.
  * On failure returns null with the reason in `error`, empty where memory is short. */
 vu_mom_handle *vu_platform_open(const char *store, struct uv_loop_s *loop, vu_platform_wake wake,
                                 void *user, char *error, size_t error_size);
 
-/* Delivers at most `most` replies and events, oldest first, by calling their callbacks.
+/* Sends what was issued since the last call, and delivers at most `most` replies and events,
+ * oldest first, by calling their callbacks.
  * Returns 1 if more are waiting, else 0. May be called from inside a callback; then it
  * returns 1 at once and the outer call goes on. */
 int vu_platform_deliver(vu_mom_handle *handle, uint32_t most);
@@ -119,6 +138,11 @@ void vu_platform_close(vu_mom_handle *handle);
 /* Frees a closed handle. What was not delivered by then is dropped undelivered. Inside
  * a delivery of this handle the memory is kept until that delivery returns. */
 void vu_platform_free(vu_mom_handle *handle);
+
+/* Where the library checks its callers' threads: `lock_is_held` says whether the calling
+ * thread holds the interpreter lock, and is asked at each call from now on. Null (as long
+ * as nothing else was said): only calls that overlap are noticed. */
+void vu_platform_check_threads(int (*lock_is_held)(void));
 
 /* For tests: stops the store's clock on the first call and moves it by `microseconds`. */
 void vu_platform_advance_clock(vu_mom_handle *handle, int64_t microseconds);

@@ -30,4 +30,13 @@ inline std::string short_name(const google::protobuf::Descriptor& message) {
   return with_underscores(nested_name(message));
 }
 
+// Whether classes of messages have an attribute of this name that is no field: what the store's
+// binding reads from every wrapper, what binds a class to its type, and what Python calls.
+inline bool is_attribute_of_all(const std::string& name) {
+  if (name == "package_name" || name == "short_name" || name == "get_ptr") return true;
+  if (name == "DESCRIPTOR") return true;
+  return name.size() > 4 && name.compare(0, 2, "__") == 0 &&
+         name.compare(name.size() - 2, 2, "__") == 0;
+}
+
 }  // namespace vu

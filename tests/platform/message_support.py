@@ -40,7 +40,7 @@ def google_module(name):
 
 @functools.lru_cache(maxsize=None)
 def _store():
-    store = ctypes.CDLL(str(BUILD / "lib" / "libvu_mom_impl.so"))
+    store = ctypes.PyDLL(str(BUILD / "lib" / "libvu_mom_impl.so"))
     store.vu_platform_message_is_live.argtypes = [ctypes.c_ssize_t]
     return store
 

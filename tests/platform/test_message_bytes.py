@@ -13,7 +13,8 @@ import vu_message
 import vu_test_proto2_vu as old
 import vu_test_scalars_vu as scalars
 import vu_test_tree_vu as tree
-from message_support import BUILD, google_module
+from google.protobuf import descriptor_pb2
+from message_support import BUILD, google_module, is_live
 from nested import vu_test_names_vu as awkward
 
 
@@ -208,6 +209,34 @@ def test_awkward_names():
     assert message.Clear == 5
     message.str.i32 = 6
     assert repr(message).startswith("vu_test.awkward.names.None(from=4, class=2, self='s', ")
+
+
+def test_field_named_init_took_the_place_of_the_constructor():
+    file = descriptor_pb2.FileDescriptorProto(name="vu_test_init.proto", package="vu_test.init")
+    message = file.message_type.add(name="Init")
+    for number, name in enumerate(("__init__", "__class__", "get_ptr", "DESCRIPTOR", "other"), 1):
+        message.field.add(name=name, number=number, type="TYPE_INT32", label="LABEL_OPTIONAL")
+    vu_message.add_file(file.SerializeToString())
+    cls = vu_message.message_class("vu_test.init.Init")
+    made = cls(**{"__init__": 1, "get_ptr": 2, "other": 3})
+    assert made.other == 3 and made.__class__ is cls and is_live(made.get_ptr())
+    field = cls.DESCRIPTOR.field("__init__")
+    assert field.__get__(made) == 1
+    field.__set__(made, 4)
+    assert made == cls.FromString(b"\x08\x04\x18\x02\x28\x03") and made.HasField("__init__")
+
+
+def test_weak_field_ended_the_process():
+    file = descriptor_pb2.FileDescriptorProto(name="vu_test_weak.proto", package="vu_test.weak")
+    file.dependency.append("vu_test_scalars.proto")
+    file.weak_dependency.append(0)
+    message = file.message_type.add(name="Weak").nested_type.add(name="Inner")
+    field = message.field.add(name="single", number=1, type="TYPE_MESSAGE", label="LABEL_OPTIONAL")
+    field.type_name = ".vu_test.scalars.Single"
+    field.options.weak = True
+    vu_message.add_file(file.SerializeToString())
+    cls = vu_message.message_class("vu_test.weak.Weak.Inner")
+    assert cls(single={"i32": 5}) == cls.FromString(b"\x0a\x02\x08\x05")
 
 
 def test_files():

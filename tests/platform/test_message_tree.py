@@ -6,6 +6,7 @@ import itertools
 import random
 
 import pytest
+import vu_message
 import vu_test_tree_vu as tree
 from message_support import google_module
 
@@ -185,6 +186,40 @@ def test_depth():
         assert back.name == "deepest"
         message.Clear()  # each part is a root of its own, or a part of one
         assert step(Node()).name == "" and node.name == "deepest"
+
+
+def test_copies_within_copies_ended_the_process():
+    message = tree.Node(name="x")
+    with pytest.raises(ValueError, match="vu_test.tree.Node: more than 100 messages within"):
+        for _ in range(10000):
+            leaf = message
+            for _ in range(50):
+                leaf = leaf.child
+            leaf.CopyFrom(message)
+    assert message.ByteSize() > 100
+
+
+@pytest.mark.parametrize("field", ["child", "nodes", "by_number"])
+def test_what_can_be_read_can_be_copied(field):
+    def varint(number):
+        return bytes([number]) if number < 128 else bytes([number & 127 | 128]) + varint(number >> 7)
+
+    def wrapped(data):
+        if field == "by_number":
+            data = b"\x08\x01\x12" + varint(len(data)) + data
+        number = tree.Node.DESCRIPTOR.field(field).number
+        return bytes([number << 3 | 2]) + varint(len(data)) + data
+
+    data, read = b"", None
+    with pytest.raises(vu_message.DecodeError):
+        for _ in range(200):
+            message = tree.Node.FromString(data)
+            read = message
+            data = wrapped(data)
+    assert read.ByteSize() > 200
+    other = tree.Node(name="other")
+    other.CopyFrom(read)
+    assert other == read == copy.copy(read)
 
 
 def test_a_part_that_left_its_place_can_be_as_deep_again():

@@ -98,6 +98,11 @@ REFUSED = [
         "get_ptr",
         "every message class has an attribute of this name; choose another",
     ),
+    (
+        "int32 __init__ = 1;",
+        "__init__",
+        "every message class has an attribute of this name; choose another",
+    ),
 ]
 
 

@@ -1,9 +1,9 @@
 #include "checks.h"
 
-#include <array>
 #include <map>
 #include <set>
 
+#include "names.h"
 #include "options.h"
 
 namespace vu {
@@ -12,10 +12,6 @@ namespace pb = google::protobuf;
 using Type = pb::FieldDescriptor;
 
 namespace {
-
-// What the store's binding reads from every wrapper, and what binds a class to its type.
-constexpr std::array<const char*, 4> kReservedNames = {"package_name", "short_name", "get_ptr",
-                                                       "DESCRIPTOR"};
 
 // Thrown with the text for the user; caught in find_mistake.
 struct Mistake {
@@ -66,10 +62,8 @@ void check_fields(const pb::Descriptor& message) {
   const Type* counter = nullptr;
   for (int i = 0; i < message.field_count(); ++i) {
     const Type& field = *message.field(i);
-    for (const char* reserved : kReservedNames) {
-      if (field.name() == reserved) {
-        refuse(field, "every message class has an attribute of this name; choose another");
-      }
+    if (is_attribute_of_all(field.name())) {
+      refuse(field, "every message class has an attribute of this name; choose another");
     }
     const auto position = field_option(field, kKeyOption);
     if (position) {

@@ -74,7 +74,9 @@ void write_enum(Writer& out, const pb::EnumDescriptor& type) {
   // The values stand beside the enum too, as in the .proto file.
   for (int i = 0; i < type.value_count(); ++i) {
     const std::string name = enumerator_name(type.value(i)->name());
-    out.line(name + " = " + python_name(type.name()) + "." + name);
+    std::string line = name;
+    line += " = " + python_name(type.name()) + "." + name;
+    out.line(line);
   }
 }
 
@@ -116,8 +118,23 @@ void write_message(Writer& out, const pb::Descriptor& type) {
   out.dedent();
 }
 
+// Whether there is an enum in a file or a message.
+template <typename Scope>
+bool declares_enums(const Scope& scope, int message_count,
+                    const pb::Descriptor* (Scope::*message)(int) const) {
+  if (scope.enum_type_count() != 0) return true;
+  for (int i = 0; i < message_count; ++i) {
+    const pb::Descriptor& type = *(scope.*message)(i);
+    if (declares_enums(type, type.nested_type_count(), &pb::Descriptor::nested_type)) return true;
+  }
+  return false;
+}
+
 void write_imports(Writer& out, const pb::FileDescriptor& file) {
-  out.line("import vu_enum as _enum");
+  // The interpreter's enum takes longer to import than all else here.
+  if (declares_enums(file, file.message_type_count(), &pb::FileDescriptor::message_type)) {
+    out.line("import vu_enum as _enum");
+  }
   out.line("import vu_message as _message");
   for (int i = 0; i < file.dependency_count(); ++i) {
     if (is_bundled(*file.dependency(i))) continue;

@@ -53,7 +53,7 @@ Types field_types(const Type& field) {
                 value.read + "]",
             "typing.Mapping[" + key.read + ", " + value.write + "]"};
   }
-  const Types element = element_types(field);
+  Types element = element_types(field);
   if (!field.is_repeated()) return element;
   const bool messages = field.cpp_type() == Type::CPPTYPE_MESSAGE;
   return {(messages ? "vu_message.RepeatedMessages[" : "vu_message.RepeatedScalars[") +

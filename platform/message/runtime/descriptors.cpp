@@ -10,6 +10,7 @@
 #include "message_class.h"
 #include "options.h"
 #include "pool.h"
+#include "python/module.h"
 
 namespace vu {
 
@@ -54,16 +55,37 @@ bool has_required_or_extensions(const pb::Descriptor& type) {
   return false;
 }
 
+// Whether a path of types comes back to one that it has passed.
+bool has_cycle(const pb::Descriptor& type, std::set<const pb::Descriptor*>& path,
+               std::set<const pb::Descriptor*>& done) {
+  if (done.count(&type) != 0) return false;
+  if (!path.insert(&type).second) return true;
+  for (int i = 0; i < type.field_count(); ++i) {
+    const pb::Descriptor* within = type.field(i)->message_type();
+    if (within != nullptr && has_cycle(*within, path, done)) return true;
+  }
+  path.erase(&type);
+  done.insert(&type);
+  return false;
+}
+
+bool has_cycle(const pb::Descriptor& type) {
+  std::set<const pb::Descriptor*> path;
+  std::set<const pb::Descriptor*> done;
+  return has_cycle(type, path, done);
+}
+
 Field* new_field(MessageInfo& owner, const pb::FieldDescriptor& descriptor) {
   py::Owned name = text(descriptor.name());
   PyObject* interned = name.release();
   PyUnicode_InternInPlace(&interned);
   name = py::Owned::steal(interned);
-  const py::Owned object = py::checked(PyType_GenericAlloc(&field_type, 0));
+  py::Owned object = py::checked(PyType_GenericAlloc(&field_type, 0));
   auto* field = static_cast<Field*>(object.get());
   field->descriptor = &descriptor;
   field->reflection = owner.reflection;
   field->owner = &owner;
+  field->slot = owner.plain->slot(descriptor);
   field->key = key_position(descriptor).value_or(0);
   field->counter = is_counter(descriptor);
   field->repeated = descriptor.is_repeated();
@@ -73,9 +95,8 @@ Field* new_field(MessageInfo& owner, const pb::FieldDescriptor& descriptor) {
   field->message = holder.cpp_type() == pb::FieldDescriptor::CPPTYPE_MESSAGE;
   field->oneof = descriptor.real_containing_oneof() != nullptr;
   py::checked(PyDict_SetItem(owner.by_name, name.get(), object.get()));
-  Py_INCREF(field);  // held for good: cached pointers to it need no counting
   field->name = name.release();
-  return field;
+  return static_cast<Field*>(object.release());  // for good: cached pointers need no counting
 }
 
 MessageInfo& self_info(PyObject* self) { return *static_cast<MessageInfo*>(self); }
@@ -185,10 +206,12 @@ MessageInfo& info_of(const pb::Descriptor& descriptor) {
   info->reflection = info->prototype->GetReflection();
   info->by_name = py::checked(PyDict_New()).release();
   info->fields = new std::vector<Field*>();
+  info->plain = new plain::Fields(*info->prototype);
   for (int i = 0; i < descriptor.field_count(); ++i) {
     info->fields->push_back(new_field(*info, *descriptor.field(i)));
   }
   info->has_maps = anywhere(descriptor, has_map);
+  info->endless = has_cycle(descriptor);
   info->may_lack = anywhere(descriptor, has_required_or_extensions);
   known.emplace(&descriptor, info);
   return *static_cast<MessageInfo*>(object.release());
@@ -207,7 +230,8 @@ Field& find_field(const MessageInfo& info, py::Borrowed name) {
     py::raise(PyExc_TypeError, "%s: a field name must be a str, not %.200s", info.name(),
               Py_TYPE(name.get())->tp_name);
   }
-  PyObject* field = PyDict_GetItem(info.by_name, name.get());
+  PyObject* field = PyDict_GetItemWithError(info.by_name, name.get());
+  if (field == nullptr && PyErr_Occurred() != nullptr) throw py::PythonError();
   if (field == nullptr) py::raise(PyExc_ValueError, "%s has no field %R", info.name(), name.get());
   return *static_cast<Field*>(field);
 }
@@ -219,9 +243,7 @@ void add_descriptor_types(py::Borrowed module) {
   info_type.tp_getset = attributes;
   info_type.tp_methods = methods;
   py::checked(PyType_Ready(&info_type));
-  py::checked(PyModule_AddObject(
-      module.get(), "MessageDescriptor",
-      py::Owned::share(py::Borrowed(reinterpret_cast<PyObject*>(&info_type))).release()));
+  py::add_to_module(module, "MessageDescriptor", info_type);
 }
 
 }  // namespace vu

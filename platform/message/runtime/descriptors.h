@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "plain_fields.h"
 #include "python/error.h"
 
 namespace vu {
@@ -23,9 +24,10 @@ struct Field : PyObject {
   bool counter;
   bool repeated;  // maps too
   bool map;
-  bool message;          // holds messages; of a map, its values
-  bool oneof;            // member of a oneof with other members
-  MessageInfo* element;  // the message type it holds; null until element_info()
+  bool message;             // holds messages; of a map, its values
+  bool oneof;               // member of a oneof with other members
+  const plain::Slot* slot;  // where its value lies; null: reached by reflection
+  MessageInfo* element;     // the message type it holds; null until element_info()
 };
 
 // vu_message.MessageDescriptor: one message type. Made once per type and never freed.
@@ -36,7 +38,9 @@ struct MessageInfo : PyObject {
   PyObject* cls;                // owned: the wrapper class; null until class_of()
   PyObject* by_name;            // owned: dict from name to Field
   std::vector<Field*>* fields;  // by descriptor index; owned
+  const plain::Fields* plain;   // where plain fields lie; owned
   bool has_maps;                // it or a message type within it, at any depth
+  bool endless;                 // it or a type within it may be within itself, at any depth
   bool may_lack;                // required fields, or extensions that may have them: the same
 
   Field& field(const google::protobuf::FieldDescriptor& wanted) const {

@@ -8,13 +8,8 @@
 namespace vu {
 
 Element to_element(Field& field, py::Borrowed value) {
-  Element element;
-  if (field.message) {
-    element.message = to_native(element_info(field), field, value);
-  } else {
-    element.scalar = to_scalar(*field.descriptor, {*field.descriptor}, value);
-  }
-  return element;
+  if (field.message) return {{}, to_native(element_info(field), field, value)};
+  return {to_scalar(*field.descriptor, {*field.descriptor}, value), nullptr};
 }
 
 std::vector<Element> to_elements(Field& field, py::Borrowed values) {

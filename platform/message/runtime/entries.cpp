@@ -8,19 +8,14 @@ namespace vu {
 
 namespace pb = google::protobuf;
 
-Key to_key(Field& field, py::Borrowed value) {
+Key to_key(const Field& field, py::Borrowed value) {
   const pb::FieldDescriptor& type = key_type(field);
   return to_map_key(type, to_scalar(type, {*field.descriptor, " key"}, value));
 }
 
 Element to_value(Field& field, py::Borrowed value) {
-  Element element;
-  if (field.message) {
-    element.message = to_native(element_info(field), field, value);
-  } else {
-    element.scalar = to_scalar(value_type(field), {*field.descriptor, " value"}, value);
-  }
-  return element;
+  if (field.message) return {{}, to_native(element_info(field), field, value)};
+  return {to_scalar(value_type(field), {*field.descriptor, " value"}, value), nullptr};
 }
 
 std::vector<std::pair<Key, Element>> to_entries(Field& field, py::Borrowed values) {
@@ -68,7 +63,7 @@ py::Owned get_or_make_entry(MessageObject& message, Field& field, const Key& key
   return get_entry(message, field, key);
 }
 
-void set_entry(MessageObject& message, Field& field, const Key& key, Element&& value) {
+void set_entry(MessageObject& message, const Field& field, const Key& key, Element&& value) {
   pb::MapValueRef target;
   NativeMap::insert(writable(message), *field.descriptor, key, target);
   if (!field.message) {

@@ -20,7 +20,7 @@ inline const google::protobuf::FieldDescriptor& value_type(const Field& field) {
 }
 
 // Checked and converted; TypeError or ValueError naming the field. May run Python code.
-Key to_key(Field& field, py::Borrowed value);
+Key to_key(const Field& field, py::Borrowed value);
 Element to_value(Field& field, py::Borrowed value);
 
 // All entries of a mapping (what dict() takes), checked before anything is changed.
@@ -34,7 +34,7 @@ py::Owned get_entry(MessageObject& message, Field& field, const Key& key);
 // The value of an entry, made with the default where there is none.
 py::Owned get_or_make_entry(MessageObject& message, Field& field, const Key& key);
 
-void set_entry(MessageObject& message, Field& field, const Key& key, Element&& value);
+void set_entry(MessageObject& message, const Field& field, const Key& key, Element&& value);
 
 // False where there was no entry. A value that Python holds lives on.
 bool remove_entry(MessageObject& message, Field& field, const Key& key);

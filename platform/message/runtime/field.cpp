@@ -4,6 +4,8 @@
 
 #include "map_view.h"
 #include "message_class.h"
+#include "plain_value.h"
+#include "python/module.h"
 #include "recursion.h"
 #include "repeated_view.h"
 #include "scalar.h"
@@ -19,7 +21,8 @@ namespace {
 Field& self_field(PyObject* self) { return *static_cast<Field*>(self); }
 
 MessageObject& checked_instance(const Field& field, PyObject* instance) {
-  if (!is_message(py::Borrowed(instance)) || bound_info(Py_TYPE(instance)) != field.owner) {
+  if (!is_message(py::Borrowed(instance)) ||
+      static_cast<MessageObject*>(instance)->info != field.owner) {
     py::raise(PyExc_TypeError, "%s is no field of %.200s", field.descriptor->full_name().c_str(),
               Py_TYPE(instance)->tp_name);
   }
@@ -100,6 +103,7 @@ PyGetSetDef attributes[] = {
 }  // namespace
 
 py::Owned get_field(MessageObject& message, Field& field) {
+  if (field.slot != nullptr) return get_plain(*message.native, *field.slot);
   if (field.map) return map_view_of(message, field);
   if (field.repeated) return repeated_view_of(message, field);
   if (field.message) return part_of(message, field);
@@ -107,7 +111,9 @@ py::Owned get_field(MessageObject& message, Field& field) {
 }
 
 void set_field(MessageObject& message, Field& field, py::Borrowed value) {
-  if (field.map) {
+  if (field.slot != nullptr) {
+    set_plain(message, *field.slot, value);
+  } else if (field.map) {
     assign_map(message, field, value);
   } else if (field.repeated) {
     assign_repeated(message, field, value);
@@ -126,14 +132,18 @@ void set_field(MessageObject& message, Field& field, py::Borrowed value) {
   }
 }
 
+void set_named(MessageObject& message, py::Borrowed name, py::Borrowed value) {
+  Field& field = find_field(*message.info, name);
+  const py::Owned kept = py::Owned::share(value);
+  if (!kept.is_none()) set_field(message, field, kept);
+}
+
 void set_fields(MessageObject& message, py::Borrowed values) {
   PyObject* name = nullptr;
   PyObject* value = nullptr;
   Py_ssize_t position = 0;
   while (PyDict_Next(values.get(), &position, &name, &value)) {
-    Field& field = find_field(*message.info, py::Borrowed(name));
-    const py::Owned kept = py::Owned::share(py::Borrowed(value));
-    if (!kept.is_none()) set_field(message, field, kept);
+    set_named(message, py::Borrowed(name), py::Borrowed(value));
   }
 }
 
@@ -169,9 +179,7 @@ void add_field_type(py::Borrowed module) {
   field_type.tp_repr = repr;
   field_type.tp_getset = attributes;
   py::checked(PyType_Ready(&field_type));
-  py::checked(PyModule_AddObject(
-      module.get(), "Field",
-      py::Owned::share(py::Borrowed(reinterpret_cast<PyObject*>(&field_type))).release()));
+  py::add_to_module(module, "Field", field_type);
 }
 
 }  // namespace vu

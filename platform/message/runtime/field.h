@@ -15,6 +15,9 @@ py::Owned get_field(MessageObject& message, Field& field);
 // anything is changed. TypeError or ValueError naming the field.
 void set_field(MessageObject& message, Field& field, py::Borrowed value);
 
+// Sets the field of that name; None leaves it alone.
+void set_named(MessageObject& message, py::Borrowed name, py::Borrowed value);
+
 // Sets the fields that `values`, a dict, names; None leaves a field alone.
 void set_fields(MessageObject& message, py::Borrowed values);
 

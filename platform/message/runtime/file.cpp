@@ -3,6 +3,7 @@
 #include "descriptors.h"
 #include "message_class.h"
 #include "pool.h"
+#include "python/module.h"
 
 namespace vu {
 
@@ -104,9 +105,7 @@ void add_file_type(py::Borrowed module) {
   file_type.tp_getset = attributes;
   file_type.tp_methods = methods;
   py::checked(PyType_Ready(&file_type));
-  py::checked(PyModule_AddObject(
-      module.get(), "File",
-      py::Owned::share(py::Borrowed(reinterpret_cast<PyObject*>(&file_type))).release()));
+  py::add_to_module(module, "File", file_type);
 }
 
 }  // namespace vu

@@ -4,6 +4,7 @@
 
 #include "entries.h"
 #include "message_class.h"
+#include "python/module.h"
 
 namespace vu {
 
@@ -135,7 +136,7 @@ void dealloc(PyObject* self) {
 // collections.abc.NAME(self): a live view of keys, values or items.
 PyObject* abc_view(PyObject* self, const char* name) {
   return py::enter([&] {
-    const py::Owned abc = py::checked(PyImport_ImportModule("collections.abc"));
+    const py::Owned abc = py::checked(PyImport_ImportModule("_collections_abc"));
     return py::checked(
         PyObject_CallMethod(abc.get(), const_cast<char*>(name), const_cast<char*>("O"), self));
   });
@@ -216,7 +217,7 @@ PyObject* clear_all(PyObject* self, PyObject*) {
   });
 }
 
-void update_with(MessageObject& message, Field& field,
+void update_with(MessageObject& message, const Field& field,
                  std::vector<std::pair<Key, Element>>&& entries) {
   for (auto& [key, value] : entries) set_entry(message, field, key, std::move(value));
 }
@@ -286,8 +287,8 @@ void add_type(py::Borrowed module, PyTypeObject& type, const char* name) {
   type.tp_methods = methods;
   py::checked(PyType_Ready(&type));
   const py::Borrowed object(reinterpret_cast<PyObject*>(&type));
-  py::checked(PyModule_AddObject(module.get(), name, py::Owned::share(object).release()));
-  const py::Owned abc = py::checked(PyImport_ImportModule("collections.abc"));
+  py::add_to_module(module, name, object);
+  const py::Owned abc = py::checked(PyImport_ImportModule("_collections_abc"));
   const py::Owned base = py::checked(PyObject_GetAttrString(abc.get(), "MutableMapping"));
   py::checked(PyObject_CallMethod(base.get(), const_cast<char*>("register"), const_cast<char*>("O"),
                                   object.get()));

@@ -3,15 +3,16 @@
 
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
-#include <google/protobuf/util/message_differencer.h>
 
 #include <limits>
 #include <utility>
 
+#include "equality.h"
 #include "errors.h"
 #include "field.h"
 #include "message_class.h"
 #include "native_map.h"
+#include "plain_codec.h"
 #include "text.h"
 #include "vu_platform.h"
 
@@ -38,8 +39,28 @@ PyObject* new_empty(PyTypeObject* type, PyObject* /*arguments*/, PyObject* /*key
   });
 }
 
-// A copy of the live message at an address, as a reply hands it over.
-std::unique_ptr<NativeMessage> copy_from_address(const MessageInfo& info, py::Borrowed value) {
+// A message of another pool of descriptors, by way of its bytes.
+std::unique_ptr<NativeMessage> translated(const MessageInfo& info, const NativeMessage& from) {
+  std::unique_ptr<NativeMessage> copy = new_native(info);
+  copy->ParsePartialFromString(from.SerializePartialAsString());
+  settle_maps(info, *copy);
+  return copy;
+}
+
+// Whether messages of the type of `from` are of that type, in the same pool or not.
+// TypeError where they are not.
+bool is_same_pool(const MessageInfo& info, py::Borrowed address, const NativeMessage& from) {
+  const pb::Descriptor* const type = from.GetDescriptor();
+  if (type == info.descriptor) return true;
+  if (type->full_name() != info.descriptor->full_name()) {
+    py::raise(PyExc_TypeError, "%s: the message at address %R is a %s", info.name(), address.get(),
+              type->full_name().c_str());
+  }
+  return false;
+}
+
+// The message that is being delivered at an address, or a copy of another one that is live.
+std::unique_ptr<NativeMessage> from_address(const MessageInfo& info, py::Borrowed value) {
   if (!PyIndex_Check(value.get())) {
     py::raise(PyExc_TypeError,
               "%s: expected the address of a message or keyword values, got %.200s", info.name(),
@@ -47,20 +68,25 @@ std::unique_ptr<NativeMessage> copy_from_address(const MessageInfo& info, py::Bo
   }
   const Py_ssize_t address = PyNumber_AsSsize_t(value.get(), nullptr);
   if (address == -1 && PyErr_Occurred() != nullptr) throw py::PythonError();
+  std::intptr_t taken = 0;
+  if (vu_platform_message_take(address, &taken) == VU_MOM_NO_MEMORY) throw std::bad_alloc();
+  if (taken != 0) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): addresses come as integers
+    std::unique_ptr<NativeMessage> message(reinterpret_cast<NativeMessage*>(taken));
+    return is_same_pool(info, value, *message) ? std::move(message) : translated(info, *message);
+  }
   if (vu_platform_message_is_live(address) == 0) {
     py::raise(PyExc_ValueError, "%s: no live message is at address %R", info.name(), value.get());
   }
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): addresses come as integers
   const auto& from = *reinterpret_cast<const NativeMessage*>(address);
-  if (from.GetDescriptor() == info.descriptor) return copy_native(info, from);
-  if (from.GetDescriptor()->full_name() != info.descriptor->full_name()) {
-    py::raise(PyExc_TypeError, "%s: the message at address %R is a %s", info.name(), value.get(),
-              from.GetDescriptor()->full_name().c_str());
+  return is_same_pool(info, value, from) ? copy_native(info, from) : translated(info, from);
+}
+
+void check_arguments(const MessageInfo& info, Py_ssize_t positional, bool any_keywords) {
+  if (positional > 1 || (positional == 1 && any_keywords)) {
+    py::raise(PyExc_TypeError, "%s takes one address or keyword values", info.name());
   }
-  // The same type from another pool of descriptors: by way of its bytes.
-  std::unique_ptr<NativeMessage> copy = new_native(info);
-  copy->ParsePartialFromString(from.SerializePartialAsString());
-  settle_maps(info, *copy);
-  return copy;
 }
 
 int init(PyObject* self, PyObject* arguments, PyObject* keywords) {
@@ -68,16 +94,43 @@ int init(PyObject* self, PyObject* arguments, PyObject* keywords) {
     MessageObject& message = self_message(self);
     const bool any_keywords = keywords != nullptr && PyDict_Size(keywords) != 0;
     const Py_ssize_t count = PyTuple_GET_SIZE(arguments);
-    if (count > 1 || (count == 1 && any_keywords)) {
-      py::raise(PyExc_TypeError, "%s takes one address or keyword values", message.info->name());
-    }
+    check_arguments(*message.info, count, any_keywords);
     if (count == 1) {
       const py::Borrowed address(PyTuple_GET_ITEM(arguments, 0));
-      replace_contents(message, copy_from_address(*message.info, address));
+      replace_contents(message, from_address(*message.info, address));
     }
     if (any_keywords) set_fields(message, py::Borrowed(keywords));
   });
 }
+
+}  // namespace
+
+PyObject* call_class(PyObject* cls, PyObject* const* arguments, std::size_t count,
+                     PyObject* names) {
+  auto* const type = reinterpret_cast<PyTypeObject*>(cls);
+  const MessageInfo* const info = bound_info(type);
+  if (info == nullptr || type->tp_new != new_empty || type->tp_init != init) {
+    return py::call_type_slots(cls, arguments, count, names);  // a subclass has its own
+  }
+  return py::enter([&] {
+    const Py_ssize_t positional = py::vector_count(count);
+    const Py_ssize_t named = names == nullptr ? 0 : PyTuple_GET_SIZE(names);
+    check_arguments(*info, positional, named != 0);
+    if (positional == 1) {
+      std::unique_ptr<NativeMessage> native = from_address(*info, py::Borrowed(arguments[0]));
+      settle_maps(*info, *native);
+      return new_message(type, std::move(native));
+    }
+    py::Owned self = new_message(type, new_native(*info));
+    for (Py_ssize_t i = 0; i < named; ++i) {
+      const py::Borrowed name(PyTuple_GET_ITEM(names, i));
+      set_named(self_message(self.get()), name, py::Borrowed(arguments[i]));
+    }
+    return self;
+  });
+}
+
+namespace {
 
 // ---- Arguments
 
@@ -191,16 +244,24 @@ PyObject* is_initialized(PyObject* self, PyObject*) {
 
 // ---- Bytes
 
-std::size_t checked_size(const MessageObject& message) {
-  const std::size_t size = message.native->ByteSizeLong();
+constexpr std::size_t kUsualSize = 200;  // of a message's bytes
+
+void check_size(const MessageObject& message, std::size_t size) {
   if (size > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     py::raise(encode_error, "%s: more than 2 GiB", message.info->name());
   }
-  return size;
 }
 
 py::Owned serialized(const MessageObject& message, bool deterministic) {
-  const std::size_t size = checked_size(message);
+  std::string plain_bytes;
+  plain_bytes.reserve(kUsualSize);
+  if (plain::serialise(*message.native, *message.info->plain, plain_bytes)) {
+    check_size(message, plain_bytes.size());
+    return py::checked(
+        PyBytes_FromStringAndSize(plain_bytes.data(), static_cast<Py_ssize_t>(plain_bytes.size())));
+  }
+  const std::size_t size = message.native->ByteSizeLong();
+  check_size(message, size);
   py::Owned bytes = py::checked(PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(size)));
   auto* start = reinterpret_cast<std::uint8_t*>(PyBytes_AS_STRING(bytes.get()));
   if (!deterministic) {
@@ -268,6 +329,10 @@ class Bytes {
 
 std::unique_ptr<NativeMessage> parsed(const MessageInfo& info, const Bytes& bytes) {
   std::unique_ptr<NativeMessage> native = new_native(info);
+  const std::string_view text(static_cast<const char*>(bytes.data()),
+                              static_cast<std::size_t>(bytes.size()));
+  if (plain::parse(*native, *info.plain, text)) return native;
+  native = new_native(info);
   if (bytes.size() > std::numeric_limits<int>::max() ||
       !native->ParseFrom<NativeMessage::kMergePartial>(pb::StringPiece(
           static_cast<const char*>(bytes.data()), static_cast<std::size_t>(bytes.size())))) {
@@ -361,9 +426,9 @@ PyObject* compare(PyObject* self, PyObject* other, int operation) {
                             is_message(py::Borrowed(other)) &&
                             self_message(other).info == self_message(self).info;
     if (!comparable) return py::Owned::share(py::Borrowed(Py_NotImplemented));
+    const MessageObject& message = self_message(self);
     const bool equal =
-        self == other || pb::util::MessageDifferencer::Equals(*self_message(self).native,
-                                                              *self_message(other).native);
+        self == other || are_equal(*message.info, *message.native, *self_message(other).native);
     return py::checked(PyBool_FromLong(equal == (operation == Py_EQ)));
   });
 }

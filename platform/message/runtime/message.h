@@ -33,17 +33,29 @@ struct Node : PyObject {
   Node** link;            // what points to this node there
 };
 
+// The parts of a message that Python holds.
+struct Held {
+  Node* parts = nullptr;     // wrappers of message fields and views, at most one per field
+  Node* elements = nullptr;  // wrappers of the elements of repeated fields and map values
+};
+
 // A wrapper, an instance of a class made by MessageType.
 struct MessageObject : Node {
   MessageInfo* info;
   NativeMessage* native;
-  Node* parts;      // held: wrappers of message fields and views, at most one per field
-  Node* elements;   // held: wrappers of the elements of repeated fields and map values
+  Held* held;       // owned; null: nothing was held so far
   bool owned;       // native belongs to this wrapper: it is a root, or pending
   bool element;     // in parent->elements
   bool in_map;      // it, or what it is a part of, was made as the value of a map
   bool registered;  // the store knows the address
 };
+
+inline Node* parts_of(const MessageObject& message) {
+  return message.held == nullptr ? nullptr : message.held->parts;
+}
+inline Node* elements_of(const MessageObject& message) {
+  return message.held == nullptr ? nullptr : message.held->elements;
+}
 
 // ---- Making wrappers
 
@@ -54,7 +66,8 @@ inline std::unique_ptr<NativeMessage> new_native(const MessageInfo& info) {
   return std::unique_ptr<NativeMessage>(info.prototype->New());
 }
 
-// A copy of a message of the same type; `from` may be part of any tree.
+// A copy of a message of the same type; `from` may be part of any tree. ValueError: it has
+// more messages within each other than can be read from bytes.
 std::unique_ptr<NativeMessage> copy_native(const MessageInfo& info, const NativeMessage& from);
 
 // ValueError where wrappers of what `field` holds would be of deeper parts than can be
@@ -117,6 +130,9 @@ void replace_contents(MessageObject& message, std::unique_ptr<NativeMessage> con
 py::Owned address_of(MessageObject& message);
 
 void dealloc_message(PyObject* self);
+
+// Calls of a wrapper class, without the detour by an empty message: see py::set_type_call.
+PyObject* call_class(PyObject* cls, PyObject* const* arguments, std::size_t count, PyObject* names);
 
 // The slots of vu_message.Message.
 void fill_message_type(PyTypeObject& type);

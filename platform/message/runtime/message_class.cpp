@@ -4,6 +4,7 @@
 
 #include "message.h"
 #include "names.h"
+#include "python/module.h"
 
 namespace vu {
 
@@ -12,10 +13,19 @@ MessageClass message_base;
 
 namespace {
 
+// The value of a key of a dict, borrowed; null where there is none.
+PyObject* look_up(PyObject* dict, py::Borrowed key) {
+  PyObject* const found = PyDict_GetItemWithError(dict, key.get());
+  if (found == nullptr && PyErr_Occurred() != nullptr) throw py::PythonError();
+  return found;
+}
+
+bool contains(PyObject* dict, py::Borrowed key) { return look_up(dict, key) != nullptr; }
+
 void set_attribute_if_absent(py::Borrowed cls, PyObject* body, const char* name,
                              py::Borrowed value) {
   const py::Owned key = py::checked(PyUnicode_InternFromString(name));
-  if (PyDict_GetItem(body, key.get()) != nullptr) return;
+  if (contains(body, key)) return;
   py::checked(PyObject_SetAttr(cls.get(), key.get(), value.get()));
 }
 
@@ -23,7 +33,9 @@ void set_attribute_if_absent(py::Borrowed cls, PyObject* body, const char* name,
 void bind(py::Borrowed cls, PyObject* body, MessageInfo& info) {
   reinterpret_cast<MessageClass*>(cls.get())->info = &info;
   for (Field* field : *info.fields) {
-    if (PyDict_GetItem(body, field->name) == nullptr) {
+    // Such a field is reached by its Field: DESCRIPTOR.field("__init__").
+    if (is_attribute_of_all(field->descriptor->name())) continue;
+    if (!contains(body, py::Borrowed(field->name))) {
       py::checked(PyObject_SetAttr(cls.get(), field->name, field));
     }
   }
@@ -39,8 +51,10 @@ PyObject* new_class(PyTypeObject* meta, PyObject* arguments, PyObject* keywords)
   return py::enter([&] {
     py::Owned cls = py::checked(PyType_Type.tp_new(meta, arguments, keywords));
     auto* type = reinterpret_cast<PyTypeObject*>(cls.get());
+    py::set_type_call(*type, call_class);
     PyObject* body = PyTuple_GET_ITEM(arguments, 2);
-    PyObject* descriptor = PyDict_GetItemString(body, "DESCRIPTOR");
+    const py::Owned key = py::checked(PyUnicode_InternFromString("DESCRIPTOR"));
+    PyObject* descriptor = look_up(body, key);
     if (descriptor == nullptr) {
       PyTypeObject* base = type->tp_base;
       if (base != nullptr && is_message_class(base)) {
@@ -85,9 +99,7 @@ void add_message_types(py::Borrowed module) {
 
   for (PyTypeObject* type : {&message_meta, &base}) {
     const char* name = type == &base ? "Message" : "MessageType";
-    py::checked(PyModule_AddObject(
-        module.get(), name,
-        py::Owned::share(py::Borrowed(reinterpret_cast<PyObject*>(type))).release()));
+    py::add_to_module(module, name, *type);
   }
 }
 

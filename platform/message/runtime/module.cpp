@@ -1,4 +1,6 @@
 // The extension module vu_message: the base class and the runtime of message wrappers.
+#include "python/module.h"
+
 #include "descriptors.h"
 #include "errors.h"
 #include "field.h"
@@ -23,11 +25,10 @@ void add_exception(py::Borrowed module, const char* name, PyObject*& exception, 
   const py::Owned full_name = py::checked(PyUnicode_FromFormat("vu_message.%s", name));
   const char* text = PyUnicode_AsUTF8(full_name.get());
   if (text == nullptr) throw py::PythonError();
-  exception = py::checked(PyErr_NewExceptionWithDoc(const_cast<char*>(text), const_cast<char*>(doc),
-                                                    PyExc_ValueError, nullptr))
-                  .release();
-  py::checked(
-      PyModule_AddObject(module.get(), name, py::Owned::share(py::Borrowed(exception)).release()));
+  py::replace(exception,
+              py::checked(PyErr_NewExceptionWithDoc(const_cast<char*>(text), const_cast<char*>(doc),
+                                                    PyExc_ValueError, nullptr)));
+  py::add_to_module(module, name, py::Borrowed(exception));
 }
 
 PyModuleDef definition = {PyModuleDef_HEAD_INIT,

@@ -38,6 +38,20 @@ void add_option(pb::FileDescriptorProto& file, const char* name, int number,
   option.set_json_name(name);
 }
 
+// Weak fields and imports are for what is linked into C++ programs; dynamic messages end the
+// process over them. Here they are fields and imports like others.
+void strengthen(pb::DescriptorProto& message) {
+  for (pb::FieldDescriptorProto& field : *message.mutable_field()) {
+    if (field.options().weak()) field.mutable_options()->clear_weak();
+  }
+  for (pb::DescriptorProto& nested : *message.mutable_nested_type()) strengthen(nested);
+}
+
+void strengthen(pb::FileDescriptorProto& file) {
+  file.clear_weak_dependency();
+  for (pb::DescriptorProto& message : *file.mutable_message_type()) strengthen(message);
+}
+
 // vu/options.proto, which every file with key fields imports.
 pb::FileDescriptorProto options_file() {
   pb::FileDescriptorProto file;
@@ -78,6 +92,7 @@ const pb::FileDescriptor& Pool::add(std::string_view serialized) {
           pb::DescriptorPool::generated_pool()->FindFileByName(file.name())) {
     return *bundled;
   }
+  strengthen(file);
   Errors errors;
   const pb::FileDescriptor* added = pool_.BuildFileCollectingErrors(file, &errors);
   if (added == nullptr) {

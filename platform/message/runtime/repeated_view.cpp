@@ -7,6 +7,7 @@
 #include "elements.h"
 #include "field.h"
 #include "message_class.h"
+#include "python/module.h"
 
 namespace vu {
 
@@ -71,6 +72,7 @@ struct Slice {
   Slice(const View& view, PyObject* slice) {
     const int count = view.count();
     py::checked(PySlice_GetIndicesEx(slice, count, &start, &stop, &step, &length));
+    // cppcheck-suppress knownConditionTrueFalse; the indices may be objects with code of their own
     if (view.count() != count) py::raise(PyExc_ValueError, "list modified by its index");
   }
   int at(Py_ssize_t i) const { return static_cast<int>(start + i * step); }
@@ -365,8 +367,7 @@ PyObject* add(PyObject* self, PyObject* arguments, PyObject* keywords) {
     }
     const View view(self);
     check_depth(view.message(), view.field());
-    Element element;
-    element.message = native_of(element_info(view.field()), py::Borrowed(keywords));
+    Element element{{}, native_of(element_info(view.field()), py::Borrowed(keywords))};
     add_element(view.message(), view.field(), std::move(element));
     return view.at(view.count() - 1);
   });
@@ -406,8 +407,9 @@ void add_type(py::Borrowed module, PyTypeObject& type, const char* name) {
   type.tp_as_mapping = &mapping;
   py::checked(PyType_Ready(&type));
   const py::Borrowed object(reinterpret_cast<PyObject*>(&type));
-  py::checked(PyModule_AddObject(module.get(), name, py::Owned::share(object).release()));
-  const py::Owned abc = py::checked(PyImport_ImportModule("collections.abc"));
+  py::add_to_module(module, name, object);
+  // Not by way of collections, which takes longer to import than all the platform.
+  const py::Owned abc = py::checked(PyImport_ImportModule("_collections_abc"));
   const py::Owned base = py::checked(PyObject_GetAttrString(abc.get(), "MutableSequence"));
   py::checked(PyObject_CallMethod(base.get(), const_cast<char*>("register"), const_cast<char*>("O"),
                                   object.get()));

@@ -108,7 +108,29 @@ std::int64_t to_enum(const Type& type, const Place& place, py::Borrowed value) {
   return number;
 }
 
-std::string to_text(const Type& type, const Place& place, py::Borrowed value) {
+py::Owned from_signed(std::int64_t value) { return py::checked(PyLong_FromLongLong(value)); }
+py::Owned from_unsigned(std::uint64_t value) {
+  return py::checked(PyLong_FromUnsignedLongLong(value));
+}
+py::Owned from_real(double value) { return py::checked(PyFloat_FromDouble(value)); }
+py::Owned from_bool(bool value) { return py::checked(PyBool_FromLong(value)); }
+
+// A list of convert(element) for all elements of a repeated field of T.
+template <typename T, typename Convert>
+py::Owned list_of(const pb::Message& message, const Type& field, Convert&& convert) {
+  const pb::RepeatedFieldRef<T> elements =
+      message.GetReflection()->GetRepeatedFieldRef<T>(message, &field);
+  const int count = elements.size();
+  py::Owned list = py::checked(PyList_New(count));
+  for (int i = 0; i < count; ++i) {
+    PyList_SET_ITEM(list.get(), i, convert(elements.Get(i)).release());
+  }
+  return list;
+}
+
+}  // namespace
+
+std::string_view to_text(const Type& type, const Place& place, py::Borrowed value) {
   if (type.type() == Type::TYPE_BYTES) {
     if (PyBytes_Check(value.get())) {
       return {PyBytes_AS_STRING(value.get()),
@@ -137,35 +159,14 @@ py::Owned from_text(const Type& type, const std::string& value) {
   if (type.type() == Type::TYPE_BYTES) {
     return py::checked(PyBytes_FromStringAndSize(value.data(), size));
   }
-  PyObject* text = PyUnicode_DecodeUTF8(value.data(), size, nullptr);
-  if (text == nullptr && PyErr_ExceptionMatches(PyExc_UnicodeDecodeError)) {
+  py::Owned text = py::Owned::steal(PyUnicode_DecodeUTF8(value.data(), size, nullptr));
+  if (text.is_null() && PyErr_ExceptionMatches(PyExc_UnicodeDecodeError)) {
     PyErr_Clear();
     py::raise(PyExc_ValueError, "%s: the bytes received are not UTF-8", type.full_name().c_str());
   }
-  return py::checked(text);
+  if (text.is_null()) throw py::PythonError();
+  return text;
 }
-
-py::Owned from_signed(std::int64_t value) { return py::checked(PyLong_FromLongLong(value)); }
-py::Owned from_unsigned(std::uint64_t value) {
-  return py::checked(PyLong_FromUnsignedLongLong(value));
-}
-py::Owned from_real(double value) { return py::checked(PyFloat_FromDouble(value)); }
-py::Owned from_bool(bool value) { return py::checked(PyBool_FromLong(value)); }
-
-// A list of convert(element) for all elements of a repeated field of T.
-template <typename T, typename Convert>
-py::Owned list_of(const pb::Message& message, const Type& field, Convert&& convert) {
-  const pb::RepeatedFieldRef<T> elements =
-      message.GetReflection()->GetRepeatedFieldRef<T>(message, &field);
-  const int count = elements.size();
-  py::Owned list = py::checked(PyList_New(count));
-  for (int i = 0; i < count; ++i) {
-    PyList_SET_ITEM(list.get(), i, convert(elements.Get(i)).release());
-  }
-  return list;
-}
-
-}  // namespace
 
 Scalar to_scalar(const Type& type, const Place& place, py::Borrowed value) {
   Scalar scalar;
@@ -434,7 +435,7 @@ void set_map_value(pb::MapValueRef& target, const Type& type, Scalar&& value) {
     case Type::CPPTYPE_ENUM:
       return target.SetEnumValue(static_cast<int>(value.integer));
     case Type::CPPTYPE_STRING:
-      return target.SetStringValue(std::move(value.text));
+      return target.SetStringValue(value.text);
     case Type::CPPTYPE_MESSAGE:
       break;
   }

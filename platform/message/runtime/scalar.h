@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "python/error.h"
 
@@ -33,6 +34,14 @@ struct Scalar {
 // place. May run Python code (__index__, __float__). A name is accepted for an enum value.
 Scalar to_scalar(const google::protobuf::FieldDescriptor& type, const Place& place,
                  py::Borrowed value);
+
+// The characters of a str, as UTF-8, or of bytes, for a field of that type; valid as long as
+// `value` is alive and not changed. TypeError or ValueError naming the place.
+std::string_view to_text(const google::protobuf::FieldDescriptor& type, const Place& place,
+                         py::Borrowed value);
+
+// A str or bytes for a field of that type. ValueError where a str is not UTF-8.
+py::Owned from_text(const google::protobuf::FieldDescriptor& type, const std::string& value);
 
 // The value of a singular field, and of one element of a repeated field (`index` in range).
 py::Owned get_scalar(const google::protobuf::Message& message,

@@ -36,10 +36,16 @@ void leave_list(Node& node) {
 }
 
 void enter_tree(Node& node, MessageObject& parent, Field& field, Node*& list) {
-  Py_INCREF(&parent);
+  static_cast<void>(py::Owned::share(py::Borrowed(&parent)).release());
   node.parent = &parent;
   node.field = &field;
   enter_list(list, node);
+}
+
+// To be called before anything is changed: it throws std::bad_alloc.
+Held& held_by(MessageObject& message) {
+  if (message.held == nullptr) message.held = new Held();
+  return *message.held;
 }
 
 constexpr int kMostDepth = 100;
@@ -95,25 +101,26 @@ std::vector<py::Owned> snapshot(Node* list) {
 void release_repeated(MessageObject& message, Field& field) {
   std::vector<Node*> held;
   if (Node* view = find_part(message, field)) held.push_back(view);
-  for (Node* node = message.elements; node != nullptr; node = node->next) {
+  for (Node* node = elements_of(message); node != nullptr; node = node->next) {
     if (node->field == &field) held.push_back(node);
   }
   if (held.empty()) return;
   const py::Owned holder = new_message(class_of(*message.info), new_native(*message.info));
   auto& home = *static_cast<MessageObject*>(holder.get());
+  Held& home_held = held_by(home);
   const py::Owned kept = py::Owned::share(py::Borrowed(&message));
   message.info->reflection->SwapFields(message.native, home.native, {field.descriptor});
   for (Node* node : held) {
     const bool element = is_message(py::Borrowed(node));
     const py::Owned previous = leave(*node);
-    enter_tree(*node, home, field, element ? home.elements : home.parts);
+    enter_tree(*node, home, field, element ? home_held.elements : home_held.parts);
   }
 }
 
 // Before `from` is merged in: releases what the merge will replace.
 void release_replaced(MessageObject& message, const NativeMessage& from) {
   const pb::Reflection& reflection = *message.info->reflection;
-  for (const py::Owned& part : snapshot(message.parts)) {
+  for (const py::Owned& part : snapshot(parts_of(message))) {
     if (!is_message(part)) continue;
     auto& child = *static_cast<MessageObject*>(part.get());
     if (child.owned) continue;
@@ -130,7 +137,7 @@ void release_replaced(MessageObject& message, const NativeMessage& from) {
       release_replaced(child, reflection.GetMessage(from, field.descriptor));
     }
   }
-  if (message.elements == nullptr || !message.info->has_maps) return;
+  if (elements_of(message) == nullptr || !message.info->has_maps) return;
   for (Field* field : *message.info->fields) {
     if (!field->map || !field->message) continue;
     each_entry(const_cast<NativeMessage&>(from), *field->descriptor,
@@ -146,7 +153,7 @@ void release_replaced(MessageObject& message, const NativeMessage& from) {
 // After a merge: pending parts whose fields the merge has set become those fields.
 void adopt_set(MessageObject& message) {
   const pb::Reflection& reflection = *message.info->reflection;
-  for (const py::Owned& part : snapshot(message.parts)) {
+  for (const py::Owned& part : snapshot(parts_of(message))) {
     if (!is_message(part)) continue;
     auto& child = *static_cast<MessageObject*>(part.get());
     const pb::FieldDescriptor* field = child.field->descriptor;
@@ -172,7 +179,35 @@ py::Owned new_message(PyTypeObject* type, std::unique_ptr<NativeMessage> native)
   return object;
 }
 
+namespace {
+
+bool deeper_than(const NativeMessage& message, int levels) {
+  if (levels == 0) return true;
+  const pb::Reflection& reflection = *message.GetReflection();
+  std::vector<const pb::FieldDescriptor*> fields;
+  reflection.ListFields(message, &fields);
+  for (const pb::FieldDescriptor* field : fields) {
+    if (field->cpp_type() != pb::FieldDescriptor::CPPTYPE_MESSAGE) continue;
+    if (!field->is_repeated()) {
+      if (deeper_than(reflection.GetMessage(message, field), levels - 1)) return true;
+      continue;
+    }
+    for (int i = 0; i < reflection.FieldSize(message, field); ++i) {
+      if (deeper_than(reflection.GetRepeatedMessage(message, field, i), levels - 1)) return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
 std::unique_ptr<NativeMessage> copy_native(const MessageInfo& info, const NativeMessage& from) {
+  // Copies within copies would come to be deeper than the stack. What is deeper than this
+  // could not be read from its own bytes either, a message with so many others within.
+  if (info.endless && deeper_than(from, kMostDepth + 1)) {
+    py::raise(PyExc_ValueError, "%s: more than %d messages within each other", info.name(),
+              kMostDepth);
+  }
   std::unique_ptr<NativeMessage> copy = new_native(info);
   settle_maps(info, const_cast<NativeMessage&>(from));  // changes no value
   copy->MergeFrom(from);
@@ -191,21 +226,22 @@ void check_depth(const MessageObject& parent, const Field& field) {
 py::Owned part_of(MessageObject& parent, Field& field) {
   if (Node* held = find_part(parent, field)) return py::Owned::share(py::Borrowed(held));
   check_depth(parent, field);
+  Held& held = held_by(parent);
   MessageInfo& info = element_info(field);
   const pb::Reflection& reflection = *parent.info->reflection;
   if (reflection.HasField(*parent.native, field.descriptor)) {
     MessageObject* part =
         new_wrapper(info, reflection.MutableMessage(parent.native, field.descriptor));
     part->in_map = parent.in_map;
-    enter_tree(*part, parent, field, parent.parts);
+    enter_tree(*part, parent, field, held.parts);
     return py::Owned::steal(part);
   }
   std::unique_ptr<NativeMessage> native = new_native(info);
   MessageObject* part = new_wrapper(info, native.get());
-  native.release();
+  static_cast<void>(native.release());
   part->owned = true;
   part->in_map = parent.in_map;
-  enter_tree(*part, parent, field, parent.parts);
+  enter_tree(*part, parent, field, held.parts);
   return py::Owned::steal(part);
 }
 
@@ -213,23 +249,24 @@ py::Owned element_of(MessageObject& parent, Field& field, NativeMessage& native)
   const auto found = held_elements().find(&native);
   if (found != held_elements().end()) return py::Owned::share(py::Borrowed(found->second));
   check_depth(parent, field);
+  Held& held = held_by(parent);
   py::Owned object = py::Owned::steal(new_wrapper(element_info(field), &native));
   auto& element = *static_cast<MessageObject*>(object.get());
   held_elements().emplace(&native, &element);
   element.element = true;
   element.in_map = parent.in_map || field.map;
-  enter_tree(element, parent, field, parent.elements);
+  enter_tree(element, parent, field, held.elements);
   return object;
 }
 
 Node* find_part(const MessageObject& parent, const Field& field) {
-  Node* part = parent.parts;
+  Node* part = parts_of(parent);
   while (part != nullptr && part->field != &field) part = part->next;
   return part;
 }
 
 void attach_view(MessageObject& parent, Field& field, Node& view) {
-  enter_tree(view, parent, field, parent.parts);
+  enter_tree(view, parent, field, held_by(parent).parts);
 }
 
 py::Owned leave(Node& node) {
@@ -277,14 +314,14 @@ void release(MessageObject& message, Field& field) {
 
 void release_all(MessageObject& message) {
   const py::Owned kept = py::Owned::share(py::Borrowed(&message));
-  while (message.parts != nullptr) release(message, *message.parts->field);
-  while (message.elements != nullptr) release(message, *message.elements->field);
+  while (Node* part = parts_of(message)) release(message, *part->field);
+  while (Node* element = elements_of(message)) release(message, *element->field);
 }
 
 void release_element(std::unique_ptr<NativeMessage> native) {
   const auto found = held_elements().find(native.get());
   if (found == held_elements().end()) return;
-  native.release();
+  static_cast<void>(native.release());
   const py::Owned parent = become_root(*found->second);
 }
 
@@ -354,6 +391,7 @@ void dealloc_message(PyObject* self) {
   leave_elements(message);
   const py::Owned parent = leave(message);
   if (message.owned) delete message.native;
+  delete message.held;  // nobody is held by it: parts keep their parent alive
   Py_TYPE(self)->tp_free(self);
 }
 
