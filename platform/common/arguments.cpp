@@ -21,14 +21,45 @@ const char* short_name(const PyTypeObject* type) {
   return dot == nullptr ? type->tp_name : dot + 1;
 }
 
+namespace {
+
+void check_count(const Callee& callee, std::size_t given, std::size_t count) {
+  if (given > count) {
+    py::raise(PyExc_TypeError, "%.100s%s() takes at most %zu argument%s (%zu given)",
+              short_name(callee.type), callee.method, count, count == 1 ? "" : "s", given);
+  }
+}
+
+void bind_keyword(const Callee& callee, const char* const* names, std::size_t count,
+                  py::Borrowed keyword, py::Borrowed value, py::Borrowed* bound) {
+  const std::size_t i = position_of(keyword, names, count);
+  if (i == kUnknown) {
+    py::raise(PyExc_TypeError, "%.100s%s() got an unexpected keyword argument '%U'",
+              short_name(callee.type), callee.method, keyword.get());
+  }
+  if (!bound[i].is_null()) {
+    py::raise(PyExc_TypeError, "%.100s%s() got multiple values for argument '%s'",
+              short_name(callee.type), callee.method, names[i]);
+  }
+  bound[i] = value;
+}
+
+void check_required(const Callee& callee, const char* const* names, std::size_t required,
+                    const py::Borrowed* bound) {
+  for (std::size_t i = 0; i < required; ++i) {
+    if (bound[i].is_null()) {
+      py::raise(PyExc_TypeError, "%.100s%s() missing required argument '%s'",
+                short_name(callee.type), callee.method, names[i]);
+    }
+  }
+}
+
+}  // namespace
+
 void bind(const Callee& callee, const char* const* names, std::size_t count, std::size_t required,
           py::Borrowed arguments, py::Borrowed keywords, py::Borrowed* bound) {
-  const char* type = short_name(callee.type);
   const auto given = static_cast<std::size_t>(PyTuple_GET_SIZE(arguments.get()));
-  if (given > count) {
-    py::raise(PyExc_TypeError, "%.100s%s() takes at most %zu argument%s (%zu given)", type,
-              callee.method, count, count == 1 ? "" : "s", given);
-  }
+  check_count(callee, given, count);
   for (std::size_t i = 0; i < given; ++i) {
     bound[i] = py::Borrowed(PyTuple_GET_ITEM(arguments.get(), static_cast<Py_ssize_t>(i)));
   }
@@ -37,24 +68,23 @@ void bind(const Callee& callee, const char* const* names, std::size_t count, std
     PyObject* keyword = nullptr;
     PyObject* value = nullptr;
     while (PyDict_Next(keywords.get(), &position, &keyword, &value) != 0) {
-      const std::size_t i = position_of(py::Borrowed(keyword), names, count);
-      if (i == kUnknown) {
-        py::raise(PyExc_TypeError, "%.100s%s() got an unexpected keyword argument '%U'", type,
-                  callee.method, keyword);
-      }
-      if (!bound[i].is_null()) {
-        py::raise(PyExc_TypeError, "%.100s%s() got multiple values for argument '%s'", type,
-                  callee.method, names[i]);
-      }
-      bound[i] = py::Borrowed(value);
+      bind_keyword(callee, names, count, py::Borrowed(keyword), py::Borrowed(value), bound);
     }
   }
-  for (std::size_t i = 0; i < required; ++i) {
-    if (bound[i].is_null()) {
-      py::raise(PyExc_TypeError, "%.100s%s() missing required argument '%s'", type, callee.method,
-                names[i]);
-    }
+  check_required(callee, names, required, bound);
+}
+
+void bind_vector(const Callee& callee, const char* const* names, std::size_t count,
+                 PyObject* const* arguments, std::size_t given, PyObject* keywords,
+                 py::Borrowed* bound) {
+  check_count(callee, given, count);
+  for (std::size_t i = 0; i < given; ++i) bound[i] = py::Borrowed(arguments[i]);
+  const Py_ssize_t named = keywords == nullptr ? 0 : PyTuple_GET_SIZE(keywords);
+  for (Py_ssize_t i = 0; i < named; ++i) {
+    bind_keyword(callee, names, count, py::Borrowed(PyTuple_GET_ITEM(keywords, i)),
+                 py::Borrowed(arguments[given + static_cast<std::size_t>(i)]), bound);
   }
+  check_required(callee, names, count, bound);
 }
 
 void raise_wrong_type(const Callee& callee, const char* argument, const char* expected,

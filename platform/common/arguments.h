@@ -25,6 +25,12 @@ struct Callee {
 void bind(const Callee& callee, const char* const* names, std::size_t count, std::size_t required,
           py::Borrowed arguments, py::Borrowed keywords, py::Borrowed* bound);
 
+// The same for a vector: `given` arguments, then one for each of `keywords`, a tuple or null.
+// All of them are required.
+void bind_vector(const Callee& callee, const char* const* names, std::size_t count,
+                 PyObject* const* arguments, std::size_t given, PyObject* keywords,
+                 py::Borrowed* bound);
+
 template <std::size_t kCount>
 std::array<py::Borrowed, kCount> bind(const Callee& callee,
                                       const std::array<const char*, kCount>& names,

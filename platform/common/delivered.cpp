@@ -22,6 +22,7 @@ const Native& delivered(const Callee& callee, const char* argument, py::Borrowed
     py::raise(PyExc_ValueError, "%.100s() argument '%s': %S is not the address of %s",
               short_name(callee.type), argument, number.get(), what);
   }
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): addresses come as integers
   return *reinterpret_cast<const Native*>(address);
 }
 

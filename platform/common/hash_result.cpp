@@ -32,19 +32,18 @@ py::Owned read_message(const vu_platform_payload& payload, py::Borrowed cls) {
 }
 
 // HashResult(data, cls)
-PyObject* construct(PyTypeObject* type, PyObject* arguments, PyObject* keywords) {
-  return py::enter([&] {
-    const Callee callee{type};
-    const auto [data, given_cls] = bind<2>(callee, {"data", "cls"}, 2, arguments, keywords);
-    py::Owned cls = message_class(callee, given_cls);
-    const auto& payload = delivered_payload(callee, data, VU_PLATFORM_PAYLOAD_HASH);
-    py::Owned tags = tuple_of(payload.count, [&](std::size_t i) {
-      return py::checked(PyLong_FromSize_t(payload.tags[i]));
-    });
-    py::Owned obj = read_message(payload, cls);
-    return make(type, std::move(obj), std::move(tags), std::move(cls));
+py::Owned construct(PyTypeObject* type, const std::array<py::Borrowed, 2>& arguments) {
+  const Callee callee{type};
+  const auto [data, given_cls] = arguments;
+  py::Owned cls = message_class(callee, given_cls);
+  const auto& payload = delivered_payload(callee, data, VU_PLATFORM_PAYLOAD_HASH);
+  py::Owned tags = tuple_of(payload.count, [&](std::size_t i) {
+    return py::checked(PyLong_FromSize_t(payload.tags[i]));
   });
+  py::Owned obj = read_message(payload, cls);
+  return make(type, std::move(obj), std::move(tags), std::move(cls));
 }
+constexpr Constructor<2> kConstructor = {{"data", "cls"}, construct};
 
 // HashResult.of(obj, tags, cls)
 PyObject* of(PyObject* self, PyObject* arguments, PyObject* keywords) {
@@ -66,9 +65,9 @@ PyObject* of(PyObject* self, PyObject* arguments, PyObject* keywords) {
 
 void destroy(PyObject* self) {
   PyObject_GC_UnTrack(self);
-  Py_XDECREF(as<HashResult>(self).obj);
-  Py_XDECREF(as<HashResult>(self).tags);
-  Py_XDECREF(as<HashResult>(self).cls);
+  Py_CLEAR(as<HashResult>(self).obj);
+  Py_CLEAR(as<HashResult>(self).tags);
+  Py_CLEAR(as<HashResult>(self).cls);
   Py_TYPE(self)->tp_free(self);
 }
 
@@ -153,7 +152,7 @@ PyTypeObject make_type() {
       "HashResult(data, cls)\n--\n\nFields of a message that is stored field by field: what was\n"
       "read, or what a change concerns. Equal to a HashResult with an equal message and the\n"
       "same tags.";
-  type.tp_new = construct;
+  set_constructor<kConstructor>(type);
   type.tp_dealloc = destroy;
   type.tp_traverse = traverse;
   type.tp_repr = repr;

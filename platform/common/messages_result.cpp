@@ -44,17 +44,17 @@ struct Scored {
 
 // LrangeResult(data, cls)
 template <typename Item>
-PyObject* construct(PyTypeObject* type, PyObject* arguments, PyObject* keywords) {
-  return py::enter([&] {
-    const Callee callee{type};
-    const auto [data, cls] = bind<2>(callee, {"data", "cls"}, 2, arguments, keywords);
-    py::Owned owned_cls = message_class(callee, cls);
-    const vu_platform_payload& payload = delivered_payload(callee, data, Item::kPayload);
-    py::Owned items =
-        tuple_of(payload.count, [&](std::size_t i) { return Item::read(payload, i, owned_cls); });
-    return make_sequence(type, std::move(items), std::move(owned_cls));
-  });
+py::Owned construct(PyTypeObject* type, const std::array<py::Borrowed, 2>& arguments) {
+  const Callee callee{type};
+  const auto [data, cls] = arguments;
+  py::Owned owned_cls = message_class(callee, cls);
+  const vu_platform_payload& payload = delivered_payload(callee, data, Item::kPayload);
+  py::Owned items =
+      tuple_of(payload.count, [&](std::size_t i) { return Item::read(payload, i, owned_cls); });
+  return make_sequence(type, std::move(items), std::move(owned_cls));
 }
+template <typename Item>
+constexpr Constructor<2> kConstructor = {{"data", "cls"}, construct<Item>};
 
 // LrangeResult.of(messages, cls)
 template <typename Item>
@@ -127,7 +127,7 @@ PyTypeObject make_type(const char* name, PyTypeObject& base, const char* doc) {
   type.tp_flags = Py_TPFLAGS_DEFAULT | VU_SEQUENCE;
   type.tp_doc = doc;
   type.tp_base = &base;
-  type.tp_new = construct<Item>;
+  set_constructor<kConstructor<Item>>(type);
   type.tp_methods = methods<Item>;
   return type;
 }

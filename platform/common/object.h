@@ -1,6 +1,8 @@
 // Making Python objects and their types.
 #pragma once
 
+#include <memory>
+
 #include "arguments.h"
 
 namespace vu {
@@ -22,6 +24,36 @@ py::Owned finished(Object* object) {
   return py::Owned::steal(reinterpret_cast<PyObject*>(object));
 }
 
+// How a type is called: the names of its arguments, all of them required, and what makes the
+// object of them.
+template <std::size_t kCount>
+struct Constructor {
+  std::array<const char*, kCount> names;
+  py::Owned (*make)(PyTypeObject* type, const std::array<py::Borrowed, kCount>& arguments);
+};
+
+// Gives the type that constructor.
+template <const auto& kConstructor>
+void set_constructor(PyTypeObject& type) {
+  type.tp_new = [](PyTypeObject* cls, PyObject* arguments, PyObject* keywords) {
+    return py::enter([&] {
+      constexpr auto& names = kConstructor.names;
+      return kConstructor.make(cls, bind(Callee{cls}, names, names.size(), arguments, keywords));
+    });
+  };
+  py::set_type_call(
+      type, [](PyObject* cls, PyObject* const* arguments, std::size_t count, PyObject* keywords) {
+        return py::enter([&] {
+          constexpr auto& names = kConstructor.names;
+          auto* const called = reinterpret_cast<PyTypeObject*>(cls);
+          std::array<py::Borrowed, names.size()> bound;
+          bind_vector(Callee{called}, names.data(), names.size(), arguments,
+                      static_cast<std::size_t>(py::vector_count(count)), keywords, bound.data());
+          return kConstructor.make(called, bound);
+        });
+      });
+}
+
 // A tuple of make(0) … make(count - 1).
 template <typename Make>
 py::Owned tuple_of(std::size_t count, Make&& make) {
@@ -41,9 +73,9 @@ py::Owned guarded_repr(PyObject* self, Body&& body) {
   const int entered = py::checked(Py_ReprEnter(self));
   if (entered > 0) return py::checked(PyUnicode_FromFormat("%s(...)", short_name(Py_TYPE(self))));
   struct Leave {
-    PyObject* self;
-    ~Leave() { Py_ReprLeave(self); }
-  } leave{self};
+    void operator()(PyObject* object) const { Py_ReprLeave(object); }
+  };
+  const std::unique_ptr<PyObject, Leave> entered_repr(self);
   return body();
 }
 

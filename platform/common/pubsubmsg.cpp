@@ -1,5 +1,6 @@
 #include "pubsubmsg.h"
 
+#include <array>
 #include <cmath>
 #include <memory>
 #include <type_traits>
@@ -12,7 +13,8 @@ namespace vu {
 namespace {
 
 // The object has two words beside the result: its own copy of the record, freed with it,
-// and the decoded key, a tuple of plain values that no cycle can pass through.
+// and the key, a tuple of plain values that no cycle can pass through, which is null until
+// somebody asks for it.
 //
 // `result` is the binding's to replace, so it comes first and is never null: None until
 // something is put there, and None again when the garbage collector clears the object.
@@ -24,28 +26,60 @@ struct PubSubMsg {
 static_assert(sizeof(PubSubMsg) == sizeof(PubSubMsgObject));
 static_assert(offsetof(PubSubMsg, result) == offsetof(PubSubMsgObject, result));
 
+// A message comes and goes with every reply. The last ones that went are used again, each with
+// its record.
+class Spares {
+ public:
+  // A message that has its record and nothing else; as if allocated. Null where there is none.
+  PubSubMsg* take() {
+    if (count_ == 0) return nullptr;
+    PubSubMsg* const message = spares_[--count_];
+    py::use_again(reinterpret_cast<PyObject*>(message));
+    return message;
+  }
+
+  // False where it is one too many. The message is not tracked, not referred to and empty.
+  bool keep(PubSubMsg* message) {
+    if (count_ == spares_.size()) return false;
+    spares_[count_++] = message;
+    return true;
+  }
+
+ private:
+  std::array<PubSubMsg*, 8> spares_{};
+  std::size_t count_ = 0;
+};
+Spares spares;
+
 const Record& record_of(PyObject* self) { return *as<PubSubMsg>(self).record; }
 
-py::Owned make(PyTypeObject* type, Record record, py::Owned key, py::Owned result) {
-  auto copy = std::make_unique<Record>(std::move(record));
-  auto* message = allocate<PubSubMsg>(type);
-  message->result = result.release();
-  message->record = copy.release();
-  message->key = key.release();
+// A message with an empty result, whose record the caller fills in.
+py::Owned make(PyTypeObject* type, py::Owned key) {
+  PubSubMsg* message = spares.take();
+  if (message == nullptr) {
+    auto record = std::make_unique<Record>();
+    message = allocate<PubSubMsg>(type);
+    message->record = record.release();
+  }
+  message->result = py::Owned::share(py::Borrowed(Py_None)).release();
+  message->key = key.is_null() ? nullptr : key.release();
   return finished(message);
 }
 
-// PubSubMsg(record)
-PyObject* construct(PyTypeObject* type, PyObject* arguments, PyObject* keywords) {
-  return py::enter([&] {
-    const Callee callee{type};
-    const auto [address] = bind<1>(callee, {"record"}, 1, arguments, keywords);
-    const vu_mom_reply& reply = delivered_record(callee, address);
-    const vu_platform_details& details = *vu_platform_details_of(&reply);
-    py::Owned key = decode_key(details.key, details.key_size);
-    return make(type, copy_record(reply), std::move(key), py::Owned::share(py::Borrowed(Py_None)));
-  });
+py::Borrowed key_of(PyObject* self) {
+  auto& message = as<PubSubMsg>(self);
+  if (message.key == nullptr) message.key = decode_key(message.record->key).release();
+  return py::Borrowed(message.key);
 }
+
+// PubSubMsg(record)
+py::Owned construct(PyTypeObject* type, const std::array<py::Borrowed, 1>& arguments) {
+  const vu_mom_reply& reply = delivered_record(Callee{type}, arguments[0]);
+  py::Owned message = make(type, py::Owned());
+  copy_record(reply, *as<PubSubMsg>(message.get()).record);
+  return message;
+}
+constexpr Constructor<1> kConstructor = {{"record"}, construct};
 
 // ---- PubSubMsg.of(...) ---------------------------------------------------------------
 
@@ -104,9 +138,12 @@ PyObject* of(PyObject* self, PyObject* arguments, PyObject* keywords) {
     set(record.tag, "tag", tag);
     if (!time.is_null()) record.time_us = take_time(callee, time);
     set(record.count, "count", count);
-    py::Owned key = given_key.is_null() ? decode_key(nullptr, 0) : take_key(callee, given_key);
+    py::Owned key = given_key.is_null() ? decode_key({}) : take_key(callee, given_key);
     const py::Borrowed result = given_result.is_null() ? py::Borrowed(Py_None) : given_result;
-    return make(type, std::move(record), std::move(key), py::Owned::share(result));
+    py::Owned message = make(type, std::move(key));
+    *as<PubSubMsg>(message.get()).record = std::move(record);
+    py::replace(as<PubSubMsg>(message.get()).result, py::Owned::share(result));
+    return message;
   });
 }
 
@@ -129,8 +166,8 @@ PyObject* time_of(PyObject* self, void*) {
   return PyFloat_FromDouble(static_cast<double>(record_of(self).time_us) / kMicroseconds);
 }
 
-PyObject* key_of(PyObject* self, void*) {
-  return py::Owned::share(py::Borrowed(as<PubSubMsg>(self).key)).release();
+PyObject* get_key(PyObject* self, void*) {
+  return py::enter([&] { return py::Owned::share(key_of(self)); });
 }
 
 PyObject* result_of(PyObject* self, void*) {
@@ -153,8 +190,9 @@ int clear(PyObject* self) {
 void destroy(PyObject* self) {
   PyObject_GC_UnTrack(self);
   auto& message = as<PubSubMsg>(self);
-  Py_XDECREF(message.result);
-  Py_XDECREF(message.key);
+  Py_CLEAR(message.result);
+  Py_CLEAR(message.key);
+  if (spares.keep(&message)) return;
   delete message.record;
   Py_TYPE(self)->tp_free(self);
 }
@@ -179,16 +217,17 @@ PyObject* repr(PyObject* self) {
                                   : py::checked(PyUnicode_FromFormat(", error=%R", error.get()));
       const auto& message = as<PubSubMsg>(self);
       return py::checked(PyUnicode_FromFormat("PubSubMsg(%s%U, key=%R, result=%R)", numbers.c_str(),
-                                              shown.get(), message.key, message.result));
+                                              shown.get(), key_of(self).get(), message.result));
     });
   });
 }
 
 bool equal(PyObject* a, PyObject* b) {
   if (!(record_of(a) == record_of(b))) return false;
+  const int same_key = PyObject_RichCompareBool(key_of(a).get(), key_of(b).get(), Py_EQ);
+  if (py::checked(same_key) == 0) return false;
   const auto& left = as<PubSubMsg>(a);
   const auto& right = as<PubSubMsg>(b);
-  if (py::checked(PyObject_RichCompareBool(left.key, right.key, Py_EQ)) == 0) return false;
   return py::checked(PyObject_RichCompareBool(left.result, right.result, Py_EQ)) != 0;
 }
 
@@ -225,7 +264,7 @@ PyGetSetDef attributes[] = {
     py::attribute("error", field<&Record::error>, nullptr,
                   "Why the request failed, for people; empty where status is 0."),
     py::attribute("db", field<&Record::db>, nullptr, "The number of the object's database."),
-    py::attribute("key", key_of, nullptr,
+    py::attribute("key", get_key, nullptr,
                   "The object's key components, a tuple of int, bool, str and bytes; empty for a\n"
                   "type without key fields, and where no object is named."),
     py::attribute("tag", field<&Record::tag>, nullptr,
@@ -252,7 +291,7 @@ PyTypeObject make_type() {
       "PubSubMsg(record)\n--\n\nWhat arrived: a reply to a command, an object of a scan, or a\n"
       "change of a subscribed object. Keeps a copy of everything, so it may be kept. Equal to\n"
       "a message with the same content, result included.";
-  type.tp_new = construct;
+  set_constructor<kConstructor>(type);
   type.tp_dealloc = destroy;
   type.tp_traverse = traverse;
   type.tp_clear = clear;

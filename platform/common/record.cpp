@@ -1,6 +1,7 @@
 #include "record.h"
 
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "object.h"
@@ -14,6 +15,25 @@ class KeyReader {
   KeyReader(const unsigned char* key, std::size_t size) : next_(key), left_(size) {}
 
   bool at_end() const { return left_ == 0; }
+
+  // Goes past a component.
+  void skip() {
+    switch (const unsigned char kind = *take(1); kind) {
+      case 'i':
+      case 'u':
+        take(8);
+        return;
+      case 'b':
+        take(1);
+        return;
+      case 's':
+      case 'y':
+        sized();
+        return;
+      default:
+        raise_unknown(kind);
+    }
+  }
 
   py::Owned component() {
     switch (const unsigned char kind = *take(1); kind) {
@@ -32,16 +52,15 @@ class KeyReader {
         return py::checked(PyBytes_FromStringAndSize(bytes, size));
       }
       default:
-        py::raise(PyExc_ValueError, "the record's key has a component of unknown kind %d",
-                  static_cast<int>(kind));
+        raise_unknown(kind);
     }
   }
 
  private:
-  struct Sized {
-    const char* bytes;
-    Py_ssize_t size;
-  };
+  [[noreturn]] static void raise_unknown(unsigned char kind) {
+    py::raise(PyExc_ValueError, "the record's key has a component of unknown kind %d",
+              static_cast<int>(kind));
+  }
 
   const unsigned char* take(std::size_t size) {
     if (size > left_) py::raise(PyExc_ValueError, "the record's key is cut short");
@@ -56,7 +75,7 @@ class KeyReader {
     return value;
   }
 
-  Sized sized() {
+  std::pair<const char*, Py_ssize_t> sized() {
     const auto size = static_cast<std::size_t>(number(4));
     return {reinterpret_cast<const char*>(take(size)), static_cast<Py_ssize_t>(size)};
   }
@@ -67,9 +86,13 @@ class KeyReader {
 
 }  // namespace
 
-Record copy_record(const vu_mom_reply& reply) {
+void copy_record(const vu_mom_reply& reply, Record& record) {
   const vu_platform_details& details = *vu_platform_details_of(&reply);
-  Record record;
+  record.key.clear();
+  if (details.key != nullptr) {
+    for (KeyReader reader(details.key, details.key_size); !reader.at_end();) reader.skip();
+    record.key.assign(reinterpret_cast<const char*>(details.key), details.key_size);
+  }
   record.time_us = details.time_us;
   record.count = details.count;
   record.status = details.status;
@@ -78,13 +101,13 @@ Record copy_record(const vu_mom_reply& reply) {
   record.end = reply.end_mark;
   record.tag = details.tag;
   record.error.assign(details.error, strnlen(details.error, sizeof details.error));
-  return record;
 }
 
-py::Owned decode_key(const unsigned char* key, std::size_t size) {
+py::Owned decode_key(const std::string& key) {
   std::vector<py::Owned> components;
-  if (key != nullptr) {
-    for (KeyReader reader(key, size); !reader.at_end();) components.push_back(reader.component());
+  const auto* const bytes = reinterpret_cast<const unsigned char*>(key.data());
+  for (KeyReader reader(bytes, key.size()); !reader.at_end();) {
+    components.push_back(reader.component());
   }
   return tuple_of(components.size(), [&](std::size_t i) { return std::move(components[i]); });
 }

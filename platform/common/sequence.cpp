@@ -16,8 +16,8 @@ static_assert(sizeof(Sequence) == sizeof(MessagesResultObject));
 
 void destroy(PyObject* self) {
   PyObject_GC_UnTrack(self);
-  Py_XDECREF(as<Sequence>(self).items);
-  Py_XDECREF(as<Sequence>(self).cls);
+  Py_CLEAR(as<Sequence>(self).items);
+  Py_CLEAR(as<Sequence>(self).cls);
   Py_TYPE(self)->tp_free(self);
 }
 
@@ -179,7 +179,8 @@ PyTypeObject sequence_base(const char* name, const char* doc, PyGetSetDef* attri
 }
 
 void register_sequence(PyTypeObject& type) {
-  const py::Owned abc = py::checked(PyImport_ImportModule("collections.abc"));
+  // Not by way of collections, which takes longer to import than all the platform.
+  const py::Owned abc = py::checked(PyImport_ImportModule("_collections_abc"));
   const py::Owned sequence = py::checked(PyObject_GetAttrString(abc.get(), "Sequence"));
   py::checked(PyObject_CallMethod(sequence.get(), "register", "O", &type));
 }

@@ -58,13 +58,11 @@ py::Owned make(PyTypeObject* type, py::Owned value) {
 
 // IncrResult(data)
 template <typename Kind>
-PyObject* construct(PyTypeObject* type, PyObject* arguments, PyObject* keywords) {
-  return py::enter([&] {
-    const Callee callee{type};
-    const auto [data] = bind<1>(callee, {"data"}, 1, arguments, keywords);
-    return make(type, Kind::read(delivered_payload(callee, data, Kind::kPayload)));
-  });
+py::Owned construct(PyTypeObject* type, const std::array<py::Borrowed, 1>& arguments) {
+  return make(type, Kind::read(delivered_payload(Callee{type}, arguments[0], Kind::kPayload)));
 }
+template <typename Kind>
+constexpr Constructor<1> kConstructor = {{"data"}, construct<Kind>};
 
 // IncrResult.of(value)
 template <typename Kind>
@@ -78,7 +76,7 @@ PyObject* of(PyObject* cls, PyObject* arguments, PyObject* keywords) {
 }
 
 void destroy(PyObject* self) {
-  Py_XDECREF(as<ValueResult>(self).value);
+  Py_CLEAR(as<ValueResult>(self).value);
   Py_TYPE(self)->tp_free(self);
 }
 
@@ -169,7 +167,7 @@ PyTypeObject make_type(const char* name, const char* doc) {
   type.tp_flags = Py_TPFLAGS_DEFAULT;
   type.tp_doc = doc;
   type.tp_base = &base;
-  type.tp_new = construct<Kind>;
+  set_constructor<kConstructor<Kind>>(type);
   type.tp_methods = kind_methods<Kind>;
   if (Kind::kPayload == VU_PLATFORM_PAYLOAD_INTEGER) type.tp_as_number = &whole_slots;
   return type;

@@ -137,7 +137,10 @@ PyObject* run(PyObject* self, PyObject*) {
 
 PyObject* run_once(PyObject* self, PyObject* args, PyObject* keywords) {
   return py::enter([&] {
-    const py::Owned method = master_method(self, "run_once");
+    static PyObject* const name = py::checked(PyUnicode_InternFromString("run_once")).release();
+    link_of(self);
+    const py::Owned method =
+        py::checked(PyObject_GetAttr(global_of(self).thread_master, name));  // often called
     return py::checked(PyObject_Call(method.get(), args, keywords));
   });
 }
@@ -267,8 +270,10 @@ void prepare_global_type() {
       "replies in the event loop of thread_master (None: a new VuThreadMaster), and keeps the\n"
       "registered applications.\n\n"
       "store is 'embedded:' or 'embedded:NAME', a store inside the process that all handles\n"
-      "of the same name share; a store that cannot be opened raises ValueError. Use close() or\n"
-      "a with statement when done; at interpreter exit everything open is closed.";
+      "of the same name share, or the URL of one on a server, such as\n"
+      "'redis+unix:///run/redis.sock', which connects by itself; a store that cannot be opened\n"
+      "raises ValueError. Use close() or a with statement when done; at interpreter exit\n"
+      "everything open is closed.";
   global_type.tp_flags =
       Py_TPFLAGS_DEFAULT | Py_TPFLAGS_BASETYPE | Py_TPFLAGS_HAVE_GC | VU_HAVE_FINALIZE;
   global_type.tp_new = PyType_GenericNew;

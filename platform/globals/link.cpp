@@ -27,6 +27,7 @@ Link::Link(Global& self, py::Borrowed store) : self_(self), store_(py::Owned::sh
   const py::Owned bytes = py::checked(PyUnicode_AsUTF8String(store.get()));
   char* text = nullptr;
   if (PyBytes_AsStringAndSize(bytes.get(), &text, nullptr) < 0) {
+    if (!PyErr_ExceptionMatches(PyExc_ValueError)) throw py::PythonError();
     PyErr_Clear();
     py::raise(PyExc_ValueError, "store must not contain a null character");
   }
@@ -118,8 +119,7 @@ void Link::add_app(py::Borrowed app) {
 }
 
 void Link::drop_apps() {
-  const std::vector<py::Owned> apps = std::move(apps_);  // their finalisers may come back here
-  apps_.clear();
+  std::vector<py::Owned>().swap(apps_);  // empty before their finalisers run, which may come back
 }
 
 py::Borrowed Link::find_open(py::Borrowed type, py::Borrowed store) {

@@ -45,6 +45,7 @@ PyModuleDef definition = {
 
 py::Owned make_module() {
   import_thread_api();
+  vu_platform_check_threads(PyGILState_Check);
   prepare_global_type();
   py::Owned module = py::checked(PyModule_Create(&definition));
   py::checked(

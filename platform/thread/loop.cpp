@@ -1,8 +1,6 @@
 #include "loop.h"
 
 #include <pthread.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
@@ -16,11 +14,10 @@ namespace {
 
 constexpr std::int64_t kNanosecondsPerMillisecond = 1000000;
 constexpr std::int64_t kNanosecondsPerMicrosecond = 1000;
+constexpr unsigned kMostUnpolledTurns = 16;
 
 Loop* first_loop = nullptr;  // of the list of all loops of the process
 unsigned fork_count = 0;     // how often this process's line of ancestors forked
-
-pid_t this_thread() { return static_cast<pid_t>(syscall(SYS_gettid)); }
 
 std::int64_t now() { return static_cast<std::int64_t>(uv_hrtime()); }
 
@@ -51,18 +48,18 @@ class Loop::Drive {
  public:
   explicit Drive(Loop& loop) : loop_(loop) {
     loop.refuse_child();
-    if (loop.driver_ == this_thread()) {
+    if (loop.driver_ == std::this_thread::get_id()) {
       py::raise(PyExc_RuntimeError,
                 "this VuThreadMaster is running already: "
                 "run() and run_once() cannot be called from its callbacks");
     }
-    if (loop.driver_ != 0) {
+    if (loop.is_running()) {
       py::raise(PyExc_RuntimeError, "this VuThreadMaster is being run by another thread");
     }
-    loop.driver_ = this_thread();
+    loop.driver_ = std::this_thread::get_id();
   }
   ~Drive() {
-    loop_.driver_ = 0;
+    loop_.driver_ = std::thread::id();
     loop_.is_stopping_ = false;
     if (loop_.is_external_ && !loop_.is_from_parent()) loop_.publish();
   }
@@ -135,9 +132,10 @@ bool Loop::run_once(std::int64_t timeout) {
   const Drive drive(*this);
   std::optional<SignalWakeup> signals;
   if (timeout != 0) signals.emplace(*waits_);
-  const std::int64_t deadline = now() + timeout;
+  const std::int64_t deadline = timeout > 0 ? now() + timeout : timeout;
   for (;;) {
-    const std::int64_t left = timeout < 0 ? -1 : std::max<std::int64_t>(deadline - now(), 0);
+    const std::int64_t left =
+        timeout > 0 ? std::max<std::int64_t>(deadline - now(), 0) : timeout;  // none, or no limit
     if (turn(sooner(next_wait(), left))) return true;
     if (is_stopping_ || left == 0) return false;
   }
@@ -165,7 +163,13 @@ std::int64_t Loop::next_wait() {
 
 bool Loop::turn(std::int64_t wait) {
   refuse_child();
-  waits_->wait(to_milliseconds(wait));
+  if (wait != 0 || must_poll()) {
+    waits_->wait(to_milliseconds(wait));
+    unpolled_turns_ = 0;
+  } else {
+    waits_->find_nothing();
+    ++unpolled_turns_;
+  }
   queue_descriptors();
   py::checked(PyErr_CheckSignals());
   bool ran = run_uv();
@@ -174,9 +178,21 @@ bool Loop::turn(std::int64_t wait) {
   return ran;
 }
 
+// Whether a turn that need not wait has to ask the kernel what became ready. Not where nobody
+// has given the loop a descriptor; but now and then all the same, because uv does not count
+// the handles that somebody does not want to be counted.
+bool Loop::must_poll() const {
+  const bool uv_is_idle = uv_->active_handles == 1 && uv_->active_reqs.count == 0;  // keep_alive_
+  return !watches_.empty() || !uv_is_idle || is_external_ || waits_->is_signalled() ||
+         unpolled_turns_ >= kMostUnpolledTurns;
+}
+
 bool Loop::run_uv() {
-  uv_update_time(uv_.get());
-  if (!waits_->uv_is_ready() && uv_backend_timeout(uv_.get()) != 0) return false;
+  if (!waits_->uv_is_ready()) {
+    if (uv_backend_timeout(uv_.get()) < 0) return false;  // there are no timers
+    uv_update_time(uv_.get());
+    if (uv_backend_timeout(uv_.get()) != 0) return false;
+  }
   uv_run(uv_.get(), UV_RUN_NOWAIT);
   return waits_->uv_is_ready();
 }
@@ -236,7 +252,7 @@ void Loop::changed() {
   if (is_from_parent()) return;
   if (waits_->is_waiting()) {
     waits_->signal();
-  } else if (is_external_ && driver_ == 0) {
+  } else if (is_external_ && !is_running()) {
     publish();
   }
 }
@@ -289,7 +305,7 @@ void Loop::wake(vu_thread_source* source) {
 // ---- The whole process ---------------------------------------------------------------
 
 bool Loop::is_driven_elsewhere() const {
-  return driver_ != 0 && driver_ != this_thread() && !is_from_parent();
+  return is_running() && driver_ != std::this_thread::get_id() && !is_from_parent();
 }
 
 void Loop::stop_others() {

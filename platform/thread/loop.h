@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -84,7 +85,7 @@ class Loop {
   // Returns whether anything ran.
   bool run_once(std::int64_t timeout);
   void stop();
-  bool is_running() const { return driver_ != 0; }
+  bool is_running() const { return driver_ != std::thread::id(); }
   // Whether another thread is inside run() or run_once().
   bool is_driven_elsewhere() const;
 
@@ -119,6 +120,7 @@ class Loop {
   void refuse_child() const;
   std::int64_t next_wait();
   bool turn(std::int64_t wait);
+  bool must_poll() const;
   void queue_descriptors();
   bool run_uv();
   bool deliver_sources();
@@ -153,7 +155,8 @@ class Loop {
   std::uint32_t last_generation_ = 0;
   std::vector<std::unique_ptr<vu_thread_source>> sources_;
   const unsigned fork_count_;
-  pid_t driver_ = 0;  // the kernel's number of the thread inside run() or run_once(); 0: none
+  std::thread::id driver_;       // the thread inside run() or run_once(), if any
+  unsigned unpolled_turns_ = 0;  // since the last that asked the kernel
   bool is_delivering_ = false;
   bool is_stopping_ = false;
   bool is_external_ = false;  // fileno() was called: somebody may be waiting there

@@ -83,8 +83,10 @@ PyObject* run_once(PyObject* self, PyObject* args, PyObject* keywords) {
   return py::enter([&] {
     static const char* names[] = {"timeout", nullptr};
     PyObject* timeout = Py_None;
-    if (PyArg_ParseTupleAndKeywords(args, keywords, "|O:run_once", const_cast<char**>(names),
-                                    &timeout) == 0) {
+    if (keywords == nullptr && PyTuple_GET_SIZE(args) == 1) {  // as a rule
+      timeout = PyTuple_GET_ITEM(args, 0);
+    } else if (PyArg_ParseTupleAndKeywords(args, keywords, "|O:run_once", const_cast<char**>(names),
+                                           &timeout) == 0) {
       throw py::PythonError();
     }
     const std::int64_t wait =

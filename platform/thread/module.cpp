@@ -1,8 +1,11 @@
 // The extension module vu_thread.
+#include "python/module.h"
+
 #include <time.h>
 
 #include "loop.h"
 #include "master_type.h"
+#include "python/threads.h"
 #include "signal_wakeup.h"
 #include "thread_type.h"
 #include "vu_thread_api.h"
@@ -14,20 +17,34 @@ namespace {
 
 vu_thread_source* add_source(PyObject* master, vu_thread_deliver deliver,
                              vu_thread_next_due next_due, void* user) {
+  py::require_lock("vu_thread_api.add_source");
   vu_thread_source* source = nullptr;
   py::enter_status([&] { source = loop_of(master).add_source(deliver, next_due, user); });
   return source;
 }
 
-void remove_source(vu_thread_source* source) { source->loop->remove_source(source); }
+void remove_source(vu_thread_source* source) {
+  py::require_lock("vu_thread_api.remove_source");
+  source->loop->remove_source(source);
+}
 
-void wake(vu_thread_source* source) { source->loop->wake(source); }
+void wake(vu_thread_source* source) {
+  py::require_lock("vu_thread_api.wake");
+  source->loop->wake(source);
+}
 
-uv_loop_s* uv_loop(PyObject* master) { return loop_of(master).uv(); }
+uv_loop_s* uv_loop(PyObject* master) {
+  py::require_lock("vu_thread_api.uv_loop");
+  return loop_of(master).uv();
+}
 
-int is_from_parent(PyObject* master) { return loop_of(master).is_from_parent() ? 1 : 0; }
+int is_from_parent(PyObject* master) {
+  py::require_lock("vu_thread_api.is_from_parent");
+  return loop_of(master).is_from_parent() ? 1 : 0;
+}
 
 void leave_loops() {
+  py::require_lock("vu_thread_api.leave_loops");
   constexpr int kMostWaits = 1000;
   constexpr timespec kMillisecond = {0, 1000000};
   for (int waits = 0; waits < kMostWaits && Loop::any_driven_elsewhere(); ++waits) {
@@ -65,10 +82,6 @@ void register_at_exit() {
   py::checked(PyObject_CallMethod(atexit.get(), "register", "O", function.get()));
 }
 
-void add_to_module(py::Borrowed module, const char* name, py::Borrowed value) {
-  py::checked(PyObject_SetAttrString(module.get(), name, value.get()));
-}
-
 PyModuleDef definition = {
     PyModuleDef_HEAD_INIT,
     "vu_thread",
@@ -85,10 +98,10 @@ py::Owned make_module() {
   prepare_thread_type();
   prepare_master_type();
   py::Owned module = py::checked(PyModule_Create(&definition));
-  add_to_module(module, "Thread", py::Borrowed(reinterpret_cast<PyObject*>(&thread_type)));
-  add_to_module(module, "VuThreadMaster", py::Borrowed(reinterpret_cast<PyObject*>(&master_type)));
+  py::add_to_module(module, "Thread", thread_type);
+  py::add_to_module(module, "VuThreadMaster", master_type);
   const py::Owned capsule = py::checked(PyCapsule_New(&api, VU_THREAD_API_NAME, nullptr));
-  add_to_module(module, "_api", capsule);
+  py::add_to_module(module, "_api", capsule);
   register_at_exit();
   return module;
 }

@@ -23,7 +23,7 @@ Work& work_of(py::Borrowed thread) { return *as_thread(thread)->work; }
 // ---- Lists -------------------------------------------------------------------------
 
 void Loop::enlist(Work& work) {
-  Py_INCREF(as_object(work.thread));
+  static_cast<void>(py::Owned::share(py::Borrowed(as_object(work.thread))).release());
   work.next = active_;
   if (active_ != nullptr) active_->previous = &work;
   active_ = &work;
@@ -45,7 +45,7 @@ void Loop::queue(Work& work) {
   if (work.is_queued) return;
   work.is_queued = true;
   work.next_ready = nullptr;
-  Py_INCREF(as_object(work.thread));
+  static_cast<void>(py::Owned::share(py::Borrowed(as_object(work.thread))).release());
   (last_ready_ != nullptr ? last_ready_->next_ready : first_ready_) = &work;
   last_ready_ = &work;
   ++ready_count_;

@@ -46,7 +46,8 @@ int set_wakeup(int fd) {
 }  // namespace
 
 void prepare_signal_wakeup() {
-  const py::Owned module = py::checked(PyImport_ImportModule("signal"));
+  // Not by way of signal, which imports enum and takes longer than all the platform.
+  const py::Owned module = py::checked(PyImport_ImportModule("_signal"));
   set_wakeup_function =
       py::checked(PyObject_GetAttrString(module.get(), "set_wakeup_fd")).release();
 }

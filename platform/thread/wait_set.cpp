@@ -30,8 +30,7 @@ int control(int epoll, int operation, int fd, std::uint32_t tag, std::uint32_t e
 
 void hold_waiting_threads() { threads_are_held = true; }
 
-WaitSet::WaitSet(int uv_fd) {
-  epoll_ = epoll_create1(EPOLL_CLOEXEC);
+WaitSet::WaitSet(int uv_fd) : epoll_(epoll_create1(EPOLL_CLOEXEC)) {
   if (epoll_ >= 0) wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (wake_ < 0 || control(epoll_, EPOLL_CTL_ADD, wake_, kWake, EPOLLIN) != 0 ||
       control(epoll_, EPOLL_CTL_ADD, uv_fd, kUv, EPOLLIN) != 0) {
@@ -66,7 +65,7 @@ void WaitSet::watch_signals(int pipe_fd) {
 
 void WaitSet::wait(int milliseconds) {
   std::array<epoll_event, kMostEvents> events;
-  int count;
+  int count = 0;
   if (milliseconds == 0) {
     count = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), 0);
   } else {

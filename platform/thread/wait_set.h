@@ -41,6 +41,12 @@ class WaitSet {
   // earlier signals. The lock is released unless `milliseconds` is 0.
   void wait(int milliseconds);
 
+  // As a wait that found nothing, without asking. Requires: is_signalled() is false.
+  void find_nothing() {
+    uv_is_ready_ = false;
+    ready_count_ = 0;
+  }
+
   // What the last wait found.
   bool uv_is_ready() const { return uv_is_ready_; }
   const Ready* begin() const { return ready_.data(); }
@@ -48,6 +54,8 @@ class WaitSet {
 
   // Whether a thread waits at this moment.
   bool is_waiting() const { return is_waiting_; }
+  // Whether signal() was called since the last wait.
+  bool is_signalled() const { return is_signalled_; }
   // Ends the wait, or makes the descriptor readable until the next one.
   void signal();
   // Has to be called before arm(). Raises OSError.
