@@ -14,9 +14,9 @@ std::int64_t microseconds() {
 
 }  // namespace
 
-std::int64_t Clock::now() const {
-  return stopped_ ? now_ : microseconds<std::chrono::steady_clock>();
-}
+std::int64_t Clock::steady() { return microseconds<std::chrono::steady_clock>(); }
+
+std::int64_t Clock::now() const { return stopped_ ? now_ : steady(); }
 
 std::int64_t Clock::calendar() const {
   return stopped_ ? calendar_ : microseconds<std::chrono::system_clock>();

@@ -12,8 +12,11 @@ class Clock {
   // Microseconds since 1970, UTC.
   std::int64_t calendar() const;
 
+  // As now(), whether it is stopped or not: for waiting.
+  static std::int64_t steady();
+
   // For tests: stops the clock on the first call and moves it.
-  void advance(std::int64_t microseconds);
+  void advance(std::int64_t by);  // microseconds
   bool stopped() const { return stopped_; }
 
  private:

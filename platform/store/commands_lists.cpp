@@ -10,31 +10,37 @@ using vu::store::Request;
 
 VU_STORE_EXPORT int32_t vu_mom_lpush(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                      vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command_with_value(handle, Command::kLpush, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_rpush(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                      vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command_with_value(handle, Command::kRpush, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_lpop(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                     vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kLpop, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_rpop(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                     vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kRpop, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_llen(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                     vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kLlen, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_lset(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                     int32_t pos, vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kLset, db, message, reply_to(callback, privdata),
                  [&](Request& request, const Message& named) {
                    request.value = stored_bytes(request, named);
@@ -44,6 +50,7 @@ VU_STORE_EXPORT int32_t vu_mom_lset(vu_mom_handle* handle, int32_t db, vu_mom_me
 
 VU_STORE_EXPORT int32_t vu_mom_lrem(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                     size_t count, vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kLrem, db, message, reply_to(callback, privdata),
                  [&](Request& request, const Message& named) {
                    request.value = stored_bytes(request, named);
@@ -54,6 +61,7 @@ VU_STORE_EXPORT int32_t vu_mom_lrem(vu_mom_handle* handle, int32_t db, vu_mom_me
 VU_STORE_EXPORT int32_t vu_mom_linsert(vu_mom_handle* handle, int32_t db, vu_mom_message pivot,
                                        vu_mom_message message, int32_t order,
                                        vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kLinsert, db, message, reply_to(callback, privdata),
                  [&](Request& request, const Message& named) {
                    vu::store::require(order == 0 || order == 1);
@@ -66,6 +74,7 @@ VU_STORE_EXPORT int32_t vu_mom_linsert(vu_mom_handle* handle, int32_t db, vu_mom
 VU_STORE_EXPORT int32_t vu_mom_lrange(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                       int32_t start, int32_t stop, vu_mom_reply_cb callback,
                                       void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kLrange, db, message, reply_to(callback, privdata),
                  [&](Request& request, const Message&) {
                    request.start = start;

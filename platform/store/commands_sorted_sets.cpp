@@ -20,7 +20,7 @@ void name_members(Request& request, std::int32_t db, const vu_mom_message* messa
 }
 
 std::int32_t of_member(vu_mom_handle* handle, Command which, std::int32_t db,
-                       vu_mom_message message, Receiver receiver) noexcept {
+                       vu_mom_message message, const Receiver& receiver) noexcept {
   return command(handle, which, db, message, receiver,
                  [](Request& request, const google::protobuf::Message& named) {
                    request.value = member_bytes(named);
@@ -28,7 +28,7 @@ std::int32_t of_member(vu_mom_handle* handle, Command which, std::int32_t db,
 }
 
 std::int32_t by_score(vu_mom_handle* handle, Command which, std::int32_t db, vu_mom_message message,
-                      double min, double max, Receiver receiver) noexcept {
+                      double min, double max, const Receiver& receiver) noexcept {
   return command(handle, which, db, message, receiver,
                  [&](Request& request, const google::protobuf::Message&) {
                    require(!std::isnan(min) && !std::isnan(max));
@@ -38,7 +38,7 @@ std::int32_t by_score(vu_mom_handle* handle, Command which, std::int32_t db, vu_
 }
 
 std::int32_t by_rank(vu_mom_handle* handle, Command which, std::int32_t db, vu_mom_message message,
-                     std::int32_t start, std::int32_t stop, Receiver receiver) noexcept {
+                     std::int32_t start, std::int32_t stop, const Receiver& receiver) noexcept {
   return command(handle, which, db, message, receiver,
                  [&](Request& request, const google::protobuf::Message&) {
                    request.start = start;
@@ -71,6 +71,7 @@ using vu::store::submit_nothing;
 VU_STORE_EXPORT int32_t vu_mom_zadd(vu_mom_handle* handle, int32_t db, const double* scores,
                                     const vu_mom_message* messages, int32_t count,
                                     vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return vu::store::run_call([&] {
     Request request(Command::kZadd);
     request.receiver = reply_to(callback, privdata);
@@ -78,13 +79,17 @@ VU_STORE_EXPORT int32_t vu_mom_zadd(vu_mom_handle* handle, int32_t db, const dou
     if (count == 0) return submit_nothing(handle, request, db);
     for (int32_t i = 0; i < count; ++i) require(!std::isnan(scores[i]));
     name_members(request, db, messages, count);
-    request.scores.assign(scores, scores + count);
+    request.scores.reserve(static_cast<std::size_t>(count));
+    for (int32_t i = 0; i < count; ++i) {
+      request.scores.push_back(scores[i] == 0 ? 0 : scores[i]);  // no negative zero
+    }
     return submit(handle, request);
   });
 }
 
 VU_STORE_EXPORT int32_t vu_mom_zrem(vu_mom_handle* handle, int32_t db, vu_mom_message* messages,
                                     int32_t count, vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   const std::unique_ptr<vu_mom_message[], decltype(&std::free)> taken(messages, &std::free);
   return vu::store::run_call([&] {
     Request request(Command::kZrem);
@@ -98,34 +103,40 @@ VU_STORE_EXPORT int32_t vu_mom_zrem(vu_mom_handle* handle, int32_t db, vu_mom_me
 
 VU_STORE_EXPORT int32_t vu_mom_zcard(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                      vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kZcard, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_zrank(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                      vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return of_member(handle, Command::kZrank, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_zscore(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                       vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return of_member(handle, Command::kZscore, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_zcount(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                       double min, double max, vu_mom_reply_cb callback,
                                       void* privdata) {
+  VU_STORE_ENTRY();
   return by_score(handle, Command::kZcount, db, message, min, max, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_zrange(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                       int32_t start, int32_t stop, vu_mom_reply_cb callback,
                                       void* privdata) {
+  VU_STORE_ENTRY();
   return by_rank(handle, Command::kZrange, db, message, start, stop, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_zrangebyscore(vu_mom_handle* handle, int32_t db,
                                              vu_mom_message message, double min, double max,
                                              vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return by_score(handle, Command::kZrangebyscore, db, message, min, max,
                   reply_to(callback, privdata));
 }
@@ -133,6 +144,7 @@ VU_STORE_EXPORT int32_t vu_mom_zrangebyscore(vu_mom_handle* handle, int32_t db,
 VU_STORE_EXPORT int32_t vu_mom_zremrangebyscore(vu_mom_handle* handle, int32_t db,
                                                 vu_mom_message message, double min, double max,
                                                 vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return by_score(handle, Command::kZremrangebyscore, db, message, min, max,
                   reply_to(callback, privdata));
 }
@@ -140,6 +152,7 @@ VU_STORE_EXPORT int32_t vu_mom_zremrangebyscore(vu_mom_handle* handle, int32_t d
 VU_STORE_EXPORT int32_t vu_mom_zremrangebyrank(vu_mom_handle* handle, int32_t db,
                                                vu_mom_message message, int32_t start, int32_t stop,
                                                vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return by_rank(handle, Command::kZremrangebyrank, db, message, start, stop,
                  reply_to(callback, privdata));
 }

@@ -15,6 +15,7 @@ using vu::store::stream_to;
 VU_STORE_EXPORT int32_t vu_mom_subscribe(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                          uint32_t level, vu_mom_stream_cb callback,
                                          void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kSubscribe, db, message, Receiver(),
                  [&](Request& request, const Message&) {
                    require(callback != nullptr);
@@ -28,6 +29,7 @@ VU_STORE_EXPORT int32_t vu_mom_subscribe(vu_mom_handle* handle, int32_t db, vu_m
 VU_STORE_EXPORT int32_t vu_mom_unsubscribe(vu_mom_handle* handle, int32_t db,
                                            vu_mom_message message, uint32_t level, vu_mom_stream_cb,
                                            void*) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kUnsubscribe, db, message, Receiver(),
                  [&](Request& request, const Message&) {
                    request.level = std::min(level, request.type->levels());
@@ -40,6 +42,7 @@ VU_STORE_EXPORT int32_t vu_mom_subscribe_field(vu_mom_handle* handle, int32_t db
                                                const size_t* tags,
                                                const vu_mom_stream_cb* callbacks,
                                                void* const* privdata, int32_t count) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kSubscribe, db, message, Receiver(),
                  [&](Request& request, const Message&) {
                    request.level = std::min(level, request.type->levels());
@@ -58,6 +61,7 @@ VU_STORE_EXPORT int32_t vu_mom_unsubscribe_field(vu_mom_handle* handle, int32_t 
                                                  vu_mom_message message, uint32_t level,
                                                  const size_t* tags, const vu_mom_stream_cb*,
                                                  void* const*, int32_t count) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kUnsubscribe, db, message, Receiver(),
                  [&](Request& request, const Message&) {
                    request.level = std::min(level, request.type->levels());
@@ -67,5 +71,6 @@ VU_STORE_EXPORT int32_t vu_mom_unsubscribe_field(vu_mom_handle* handle, int32_t 
 
 VU_STORE_EXPORT int32_t vu_mom_publish(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                        vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command_with_value(handle, Command::kPublish, db, message, reply_to(callback, privdata));
 }

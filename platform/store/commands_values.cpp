@@ -9,7 +9,7 @@ namespace {
 
 // set, setow and delow: the flag's bits, the value where the command stores one.
 std::int32_t flagged(vu_mom_handle* handle, Command which, std::int32_t db,
-                     const std::int32_t* flag, vu_mom_message message, Receiver receiver,
+                     const std::int32_t* flag, vu_mom_message message, const Receiver& receiver,
                      std::int64_t owner) noexcept {
   return command(handle, which, db, message, receiver,
                  [&](Request& request, const google::protobuf::Message& named) {
@@ -32,6 +32,7 @@ using vu::store::flagged;
 using vu::store::reply_to;
 
 VU_STORE_EXPORT int32_t vu_mom_debug_show_all(vu_mom_handle* handle) {
+  VU_STORE_ENTRY();
   return vu::store::run_call([&]() -> int32_t {
     if (handle == nullptr || handle->closed()) return VU_MOM_FAILED;
     handle->engine().show(stdout);
@@ -43,11 +44,13 @@ VU_STORE_EXPORT int32_t vu_mom_debug_show_all(vu_mom_handle* handle) {
 
 VU_STORE_EXPORT int32_t vu_mom_get(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                    vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kGet, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_incr(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                     vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kIncr, db, message, reply_to(callback, privdata),
                  [](vu::store::Request& request, const google::protobuf::Message& named) {
                    vu::store::require(request.type->counts);
@@ -57,34 +60,40 @@ VU_STORE_EXPORT int32_t vu_mom_incr(vu_mom_handle* handle, int32_t db, vu_mom_me
 
 VU_STORE_EXPORT int32_t vu_mom_setnx(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                      vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command_with_value(handle, Command::kSetnx, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_set_ext(vu_mom_handle* handle, int32_t db, int32_t* flag,
                                        vu_mom_message message, vu_mom_reply_cb callback,
                                        void* privdata) {
+  VU_STORE_ENTRY();
   return flagged(handle, Command::kSet, db, flag, message, reply_to(callback, privdata), 0);
 }
 
 VU_STORE_EXPORT int32_t vu_mom_setow_ext(vu_mom_handle* handle, int32_t db, int32_t* flag,
                                          vu_mom_message message, vu_mom_reply_cb callback,
                                          void* privdata, int64_t owner) {
+  VU_STORE_ENTRY();
   return flagged(handle, Command::kSetow, db, flag, message, reply_to(callback, privdata), owner);
 }
 
 VU_STORE_EXPORT int32_t vu_mom_del_ow_ext(vu_mom_handle* handle, int32_t db, int32_t* flag,
                                           vu_mom_message message, vu_mom_reply_cb callback,
                                           void* privdata, int64_t owner) {
+  VU_STORE_ENTRY();
   return flagged(handle, Command::kDelow, db, flag, message, reply_to(callback, privdata), owner);
 }
 
 VU_STORE_EXPORT int32_t vu_mom_del(vu_mom_handle* handle, int32_t db, vu_mom_message message,
                                    vu_mom_reply_cb callback, void* privdata) {
+  VU_STORE_ENTRY();
   return command(handle, Command::kDel, db, message, reply_to(callback, privdata));
 }
 
 VU_STORE_EXPORT int32_t vu_mom_setnx_noreply(vu_mom_handle* handle, int32_t db,
                                              vu_mom_message message, vu_mom_reply_cb callback,
                                              void* privdata) {
+  VU_STORE_ENTRY();
   return command_with_value(handle, Command::kSetnx, db, message, reply_to(callback, privdata));
 }

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "record.h"
+#include "thread_check.h"
 
 namespace vu::store {
 
@@ -28,9 +29,9 @@ Subscription::~Subscription() = default;
 Delivery::~Delivery() = default;
 
 void DeliveryQueue::push_back(std::unique_ptr<Delivery> delivery) noexcept {
-  Delivery* const added = delivery.get();
-  (last_ != nullptr ? last_->next_ : first_) = std::move(delivery);
-  last_ = added;
+  std::unique_ptr<Delivery>& end = last_ != nullptr ? last_->next_ : first_;
+  end = std::move(delivery);
+  last_ = end.get();
   ++size_;
 }
 
@@ -61,6 +62,7 @@ void DeliveryQueue::clear() noexcept {
 
 void deliver(const Receiver& receiver, const Notice& notice) noexcept {
   Record record(receiver, notice);
+  [[maybe_unused]] const CallingOut callback;
   if (receiver.reply != nullptr) {
     receiver.reply(nullptr, record.get(), receiver.privdata);
   } else if (receiver.stream != nullptr) {
@@ -100,6 +102,7 @@ Delivery::Progress LevelDelivery::step() noexcept {
 
 void LevelDelivery::fail(const char* reason) noexcept {
   delivered_ = identities_.size();
+  last_.type_code = VU_MOM_TYPE_NONE;
   make_error(last_, reason);
 }
 

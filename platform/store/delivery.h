@@ -21,6 +21,9 @@ class Delivery {
     kPause,  // one of several was delivered, and it is time to let others run
   };
 
+  Delivery() = default;
+  Delivery(const Delivery&) = delete;
+  Delivery& operator=(const Delivery&) = delete;
   virtual ~Delivery();
 
   // Calls the callback, once. Whatever goes wrong is told to the callback.
@@ -83,6 +86,12 @@ class LevelDelivery : public Delivery {
   // end mark.
   LevelDelivery(const Receiver& receiver, ByteList identities, Notice last)
       : receiver_(receiver), identities_(std::move(identities)), last_(std::move(last)) {}
+  // One that is filled before it is posted.
+  explicit LevelDelivery(const Receiver& receiver) : receiver_(receiver) {}
+  void fill(ByteList identities, Notice last) noexcept {
+    identities_ = std::move(identities);
+    last_ = std::move(last);
+  }
   Progress step() noexcept override;
   void fail(const char* reason) noexcept override;
 

@@ -21,6 +21,9 @@ class Session;
 
 class Engine {
  public:
+  Engine() = default;
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
   virtual ~Engine();
 
   // Takes the request on. A receiver that is not wanted() gets no reply. Throws

@@ -43,8 +43,8 @@ const Message& name_object(Request& request, std::int32_t db, vu_mom_message mes
 
 std::string stored_bytes(const Request& request, const Message& named) {
   std::string bytes;
-  require(serialise(named, bytes));
-  return strip_keys(named, *request.type, bytes);
+  require(store_bytes(named, *request.type, bytes));
+  return bytes;
 }
 
 namespace {
@@ -62,13 +62,13 @@ const Message& same_object_at(const Request& request, vu_mom_message message) {
 std::string stored_bytes_at(const Request& request, vu_mom_message message) {
   const Message& other = same_object_at(request, message);
   std::string bytes;
-  require(serialise(other, bytes));
-  return strip_keys(other, *type_of(other), bytes);
+  require(store_bytes(other, *type_of(other), bytes));
+  return bytes;
 }
 
 std::string member_bytes(const Message& named) {
   std::string bytes;
-  require(serialise(named, bytes));
+  require(serialise(named, *type_of(named), bytes));
   return bytes;
 }
 

@@ -11,6 +11,7 @@
 
 #include "request.h"
 #include "session.h"
+#include "thread_check.h"
 
 // Marks the definitions of the functions that the library exports.
 #define VU_STORE_EXPORT extern "C" __attribute__((visibility("default")))
@@ -72,7 +73,7 @@ std::int32_t submit(vu_mom_handle* handle, Request& request);
 // One command: `fill(request, message)` completes the request.
 template <typename Fill>
 std::int32_t command(vu_mom_handle* handle, Command which, std::int32_t db, vu_mom_message message,
-                     Receiver receiver, Fill fill) noexcept {
+                     const Receiver& receiver, Fill fill) noexcept {
   return run_call([&] {
     Request request(which);
     const auto& named = name_object(request, db, message);
@@ -85,14 +86,14 @@ std::int32_t command(vu_mom_handle* handle, Command which, std::int32_t db, vu_m
 
 // A command that needs the object's name and nothing else.
 inline std::int32_t command(vu_mom_handle* handle, Command which, std::int32_t db,
-                            vu_mom_message message, Receiver receiver) noexcept {
+                            vu_mom_message message, const Receiver& receiver) noexcept {
   return command(handle, which, db, message, receiver,
                  [](Request&, const google::protobuf::Message&) {});
 }
 
 // A command whose message is also its value.
 inline std::int32_t command_with_value(vu_mom_handle* handle, Command which, std::int32_t db,
-                                       vu_mom_message message, Receiver receiver) noexcept {
+                                       vu_mom_message message, const Receiver& receiver) noexcept {
   return command(handle, which, db, message, receiver,
                  [](Request& request, const google::protobuf::Message& named) {
                    request.value = stored_bytes(request, named);

@@ -4,11 +4,16 @@ namespace vu::store {
 
 namespace {
 
+constexpr std::size_t kUsualSize = 60;  // of an identity; larger ones grow
+
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 
-void append_integer(std::string& out, std::uint64_t value, unsigned bytes) {
-  for (unsigned i = 0; i < bytes; ++i) out.push_back(static_cast<char>(value >> (8 * i)));
+// A letter and the `size` low bytes of an integer, at most 8.
+void append_integer(std::string& out, char letter, std::uint64_t value, unsigned size) {
+  char bytes[1 + sizeof(value)] = {letter};
+  for (unsigned i = 0; i < size; ++i) bytes[1 + i] = static_cast<char>(value >> (8 * i));
+  out.append(bytes, 1 + size);
 }
 
 std::uint64_t read_integer(std::string_view bytes) {
@@ -20,14 +25,10 @@ std::uint64_t read_integer(std::string_view bytes) {
 }
 
 void append_signed(std::string& out, std::int64_t value) {
-  out.push_back('i');
-  append_integer(out, static_cast<std::uint64_t>(value), 8);
+  append_integer(out, 'i', static_cast<std::uint64_t>(value), 8);
 }
 
-void append_unsigned(std::string& out, std::uint64_t value) {
-  out.push_back('u');
-  append_integer(out, value, 8);
-}
+void append_unsigned(std::string& out, std::uint64_t value) { append_integer(out, 'u', value, 8); }
 
 // The bytes of the component that begins `identity`; 0 where none does.
 std::size_t component_size(std::string_view identity) {
@@ -52,6 +53,8 @@ std::size_t component_size(std::string_view identity) {
   return size <= identity.size() ? size : 0;
 }
 
+}  // namespace
+
 char letter_of(const FieldDescriptor& field) {
   switch (field.cpp_type()) {
     case FieldDescriptor::CPPTYPE_INT32:
@@ -66,6 +69,18 @@ char letter_of(const FieldDescriptor& field) {
     default:
       return field.type() == FieldDescriptor::TYPE_BYTES ? 'y' : 's';
   }
+}
+
+namespace {
+
+void append_bool(std::string& out, bool value) {
+  out.push_back('b');
+  out.push_back(value ? 1 : 0);
+}
+
+void append_text(std::string& out, const FieldDescriptor& field, const std::string& value) {
+  append_integer(out, letter_of(field), value.size(), 4);
+  out.append(value);
 }
 
 // Sets one key field, unless to its default.
@@ -115,8 +130,61 @@ void fill_key(Message& message, const FieldDescriptor& field, std::string_view c
 
 }  // namespace
 
+namespace {
+
+// The component of a plain key field.
+void append_slot(std::string& identity, const Message& message, const plain::Slot& slot) {
+  switch (slot.field->cpp_type()) {
+    case FieldDescriptor::CPPTYPE_INT32:
+    case FieldDescriptor::CPPTYPE_ENUM:
+      return append_signed(identity, plain::read<std::int32_t>(message, slot));
+    case FieldDescriptor::CPPTYPE_INT64:
+      return append_signed(identity, plain::read<std::int64_t>(message, slot));
+    case FieldDescriptor::CPPTYPE_UINT32:
+      return append_unsigned(identity, plain::read<std::uint32_t>(message, slot));
+    case FieldDescriptor::CPPTYPE_UINT64:
+      return append_unsigned(identity, plain::read<std::uint64_t>(message, slot));
+    case FieldDescriptor::CPPTYPE_BOOL:
+      return append_bool(identity, plain::read<bool>(message, slot));
+    default:
+      append_text(identity, *slot.field, plain::read_text(message, slot));
+  }
+}
+
+// The same for a plain key field.
+void fill_slot(Message& message, const plain::Slot& slot, std::string_view component) {
+  if (component[0] == 's' || component[0] == 'y') {
+    const std::string_view text = component.substr(5);
+    if (!text.empty()) plain::write_text(message, slot, text.data(), text.size());
+    return;
+  }
+  const std::uint64_t value = read_integer(component.substr(1));
+  switch (slot.field->cpp_type()) {
+    case FieldDescriptor::CPPTYPE_INT64:
+    case FieldDescriptor::CPPTYPE_UINT64:
+      if (value != slot.default_bits) plain::write(message, slot, value);
+      return;
+    case FieldDescriptor::CPPTYPE_BOOL: {
+      const auto truth = static_cast<std::uint8_t>(value != 0 ? 1 : 0);
+      if (truth != slot.default_bits) plain::write(message, slot, truth);
+      return;
+    }
+    default: {
+      const auto low = static_cast<std::uint32_t>(value);
+      if (low != slot.default_bits) plain::write(message, slot, low);
+    }
+  }
+}
+
+}  // namespace
+
 std::string identity_of(const Message& message, const TypeInfo& type) {
   std::string identity;
+  if (!type.key_slots.empty()) {
+    identity.reserve(kUsualSize);
+    for (const plain::Slot* slot : type.key_slots) append_slot(identity, message, *slot);
+    return identity;
+  }
   const auto* reflection = message.GetReflection();
   std::string scratch;
   for (const auto* field : type.keys) {
@@ -137,15 +205,10 @@ std::string identity_of(const Message& message, const TypeInfo& type) {
         append_signed(identity, reflection->GetEnumValue(message, field));
         break;
       case FieldDescriptor::CPPTYPE_BOOL:
-        identity.push_back('b');
-        identity.push_back(reflection->GetBool(message, field) ? 1 : 0);
+        append_bool(identity, reflection->GetBool(message, field));
         break;
-      default: {
-        const std::string& value = reflection->GetStringReference(message, field, &scratch);
-        identity.push_back(letter_of(*field));
-        append_integer(identity, value.size(), 4);
-        identity.append(value);
-      }
+      default:
+        append_text(identity, *field, reflection->GetStringReference(message, field, &scratch));
     }
   }
   return identity;
@@ -185,10 +248,15 @@ bool is_default_key(const Message& message, const FieldDescriptor& field) {
 }
 
 bool fill_keys(Message& message, const TypeInfo& type, std::string_view identity) {
-  for (const auto* field : type.keys) {
+  for (std::size_t i = 0; i < type.keys.size(); ++i) {
+    const FieldDescriptor& field = *type.keys[i];
     const std::size_t size = component_size(identity);
-    if (size == 0 || identity[0] != letter_of(*field)) return false;
-    fill_key(message, *field, identity.substr(0, size));
+    if (size == 0 || identity[0] != letter_of(field)) return false;
+    if (type.key_slots.empty()) {
+      fill_key(message, field, identity.substr(0, size));
+    } else {
+      fill_slot(message, *type.key_slots[i], identity.substr(0, size));
+    }
     identity.remove_prefix(size);
   }
   return identity.empty();

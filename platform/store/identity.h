@@ -27,6 +27,9 @@ std::size_t prefix_size(std::string_view identity, std::uint32_t level);
 bool is_default_key(const google::protobuf::Message& message,
                     const google::protobuf::FieldDescriptor& field);
 
+// The letter that begins the component of a key field: 'i', 'u', 'b', 's' or 'y'.
+char letter_of(const google::protobuf::FieldDescriptor& field);
+
 // Sets the key fields of `message` to the components of `identity`. False where the
 // identity was not made for such a type.
 bool fill_keys(google::protobuf::Message& message, const TypeInfo& type, std::string_view identity);

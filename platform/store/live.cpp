@@ -4,7 +4,8 @@
 #include <new>
 
 #include "embedded/hash_index.h"
-#include "vu_platform.h"
+#include "front.h"
+#include "record.h"
 
 namespace vu::store {
 
@@ -48,19 +49,14 @@ void remove(std::intptr_t address) {
 
 }  // namespace
 
-LiveMessage::LiveMessage(std::intptr_t address) : address_(address) { add(address); }
-
-LiveMessage::~LiveMessage() {
-  if (address_ != 0) remove(address_);
+bool is_live(std::intptr_t address) {
+  return find(address) != nullptr || Record::is_message(address);
 }
-
-bool is_live(std::intptr_t address) { return find(address) != nullptr; }
 
 }  // namespace vu::store
 
-extern "C" {
-
-__attribute__((visibility("default"))) int32_t vu_platform_message_add(intptr_t address) {
+VU_STORE_EXPORT int32_t vu_platform_message_add(intptr_t address) {
+  VU_STORE_ENTRY();
   try {
     vu::store::add(address);
     return VU_MOM_OK;
@@ -69,12 +65,24 @@ __attribute__((visibility("default"))) int32_t vu_platform_message_add(intptr_t 
   }
 }
 
-__attribute__((visibility("default"))) void vu_platform_message_remove(intptr_t address) {
+VU_STORE_EXPORT void vu_platform_message_remove(intptr_t address) {
+  VU_STORE_ENTRY();
   vu::store::remove(address);
 }
 
-__attribute__((visibility("default"))) int vu_platform_message_is_live(intptr_t address) {
+VU_STORE_EXPORT int vu_platform_message_is_live(intptr_t address) {
+  VU_STORE_ENTRY();
   return vu::store::is_live(address) ? 1 : 0;
 }
 
-}  // extern "C"
+VU_STORE_EXPORT int32_t vu_platform_message_take(intptr_t address, intptr_t* taken) {
+  VU_STORE_ENTRY();
+  *taken = 0;
+  if (vu::store::find(address) != nullptr) return VU_MOM_BAD_INPUT;  // it has an owner
+  try {
+    *taken = reinterpret_cast<std::intptr_t>(vu::store::Record::take(address).release());
+    return *taken != 0 ? VU_MOM_OK : VU_MOM_BAD_INPUT;
+  } catch (const std::bad_alloc&) {
+    return VU_MOM_NO_MEMORY;
+  }
+}

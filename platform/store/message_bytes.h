@@ -16,11 +16,11 @@
 namespace vu::store {
 
 // The deterministic serialisation, whole. False for a message of 2 GiB or more.
-bool serialise(const google::protobuf::Message& message, std::string& bytes);
+bool serialise(const google::protobuf::Message& message, const TypeInfo& type, std::string& bytes);
 
-// The stored bytes for it. `bytes` is what serialise gave.
-std::string strip_keys(const google::protobuf::Message& message, const TypeInfo& type,
-                       std::string_view bytes);
+// The stored bytes. False as before.
+bool store_bytes(const google::protobuf::Message& message, const TypeInfo& type,
+                 std::string& bytes);
 
 // The message that was stored as `bytes` under `identity`; null where `type` cannot
 // read them.

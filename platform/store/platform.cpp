@@ -21,6 +21,7 @@ void report(const std::string& reason, char* error, std::size_t error_size) {
 VU_STORE_EXPORT vu_mom_handle* vu_platform_open(const char* store, struct uv_loop_s* loop,
                                                 vu_platform_wake wake, void* user, char* error,
                                                 size_t error_size) {
+  VU_STORE_ENTRY();
   try {
     auto handle = std::make_unique<vu_mom_handle>(wake, user);
     std::string reason;
@@ -33,23 +34,36 @@ VU_STORE_EXPORT vu_mom_handle* vu_platform_open(const char* store, struct uv_loo
 }
 
 VU_STORE_EXPORT int vu_platform_deliver(vu_mom_handle* handle, uint32_t most) {
+  VU_STORE_ENTRY();
   return handle->deliver(most) ? 1 : 0;
 }
 
-VU_STORE_EXPORT int64_t vu_platform_next_due(vu_mom_handle* handle) { return handle->next_due(); }
+VU_STORE_EXPORT int64_t vu_platform_next_due(vu_mom_handle* handle) {
+  VU_STORE_ENTRY();
+  return handle->next_due();
+}
 
-VU_STORE_EXPORT void vu_platform_close(vu_mom_handle* handle) { handle->close(); }
+VU_STORE_EXPORT void vu_platform_close(vu_mom_handle* handle) {
+  VU_STORE_ENTRY();
+  handle->close();
+}
 
-VU_STORE_EXPORT void vu_platform_free(vu_mom_handle* handle) { handle->free(); }
+VU_STORE_EXPORT void vu_platform_free(vu_mom_handle* handle) {
+  VU_STORE_ENTRY();
+  handle->free();
+}
 
 VU_STORE_EXPORT void vu_platform_advance_clock(vu_mom_handle* handle, int64_t microseconds) {
+  VU_STORE_ENTRY();
   if (!handle->closed()) handle->engine().advance_clock(microseconds);
 }
 
 VU_STORE_EXPORT int vu_platform_is_record(intptr_t address) {
+  VU_STORE_ENTRY();
   return vu::store::Record::is_record(address) ? 1 : 0;
 }
 
 VU_STORE_EXPORT int vu_platform_is_payload(intptr_t address) {
+  VU_STORE_ENTRY();
   return vu::store::Record::is_payload(address) ? 1 : 0;
 }

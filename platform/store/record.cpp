@@ -35,7 +35,8 @@ void copy_text(char* to, std::size_t room, const char* text) {
 
 }  // namespace
 
-Record::Record(const Receiver& receiver, const Notice& notice) noexcept : outer_(innermost) {
+Record::Record(const Receiver& receiver, const Notice& notice) noexcept
+    : type_(receiver.type), notice_(notice), outer_(innermost) {
   fill_details(notice);
   reply_.type_code = notice.type_code;
   reply_.end_mark = notice.end_mark;
@@ -65,6 +66,36 @@ bool Record::is_payload(std::intptr_t address) {
   return false;
 }
 
+// Whoever reads a list asks for its messages in their order.
+std::size_t Record::index_of(std::intptr_t address) noexcept {
+  for (std::size_t tried = 0; tried < count_; ++tried) {
+    const std::size_t index = (expected_ + tried) % count_;
+    if (addresses_[index] != address) continue;
+    expected_ = index + 1;
+    return index;
+  }
+  return count_;
+}
+
+bool Record::is_message(std::intptr_t address) {
+  for (Record* record = innermost; record != nullptr; record = record->outer_) {
+    const std::size_t index = record->index_of(address);
+    if (index != record->count_) return record->messages_[index] != nullptr;
+  }
+  return false;
+}
+
+std::unique_ptr<google::protobuf::Message> Record::take(std::intptr_t address) {
+  for (Record* record = innermost; record != nullptr; record = record->outer_) {
+    const std::size_t index = record->index_of(address);
+    if (index == record->count_) continue;
+    if (record->messages_[index]) return std::move(record->messages_[index]);
+    const Notice& notice = record->notice_;
+    return restore(*record->type_, notice.content.items[index], notice.identity);
+  }
+  return nullptr;
+}
+
 void Record::fill_details(const Notice& notice) noexcept {
   auto& details = *new (reply_.details) vu_platform_details();
   details.time_us = notice.time_us;
@@ -84,9 +115,22 @@ void Record::fill_details(const Notice& notice) noexcept {
 void Record::set_error(std::int32_t status, const char* text) noexcept {
   reply_.data = nullptr;
   has_payload_ = false;
+  count_ = 0;
   auto& details = details_of(reply_);
   details.status = status;
   copy_text(details.error, sizeof(details.error), text);
+}
+
+void Record::make_room(std::size_t count) {
+  if (count <= 1) {
+    messages_ = &only_message_;
+    addresses_ = &only_address_;
+    return;
+  }
+  more_messages_.resize(count);
+  more_addresses_.resize(count);
+  messages_ = more_messages_.data();
+  addresses_ = more_addresses_.data();
 }
 
 void Record::fill_content(const Receiver& receiver, const Notice& notice) {
@@ -95,23 +139,20 @@ void Record::fill_content(const Receiver& receiver, const Notice& notice) {
 
   const std::size_t count = content.items.size();
   if (count > std::numeric_limits<std::uint32_t>::max()) throw std::bad_alloc();
-  messages_.reserve(count);
-  addresses_.reserve(count);
-  live_.reserve(count);
+  make_room(count);
   for (std::size_t i = 0; i < count; ++i) {
     auto message = restore(*receiver.type, content.items[i], notice.identity);
     if (!message) throw std::runtime_error("what is stored is not a " + receiver.type->name);
-    const std::intptr_t address = address_of(message.get());
-    live_.emplace_back(address);
-    messages_.push_back(std::move(message));
-    addresses_.push_back(address);
+    addresses_[i] = address_of(message.get());
+    messages_[i] = std::move(message);
+    ++count_;
   }
   if (content.form == Content::Form::kMessage) {
-    reply_.data = messages_.front().get();
+    reply_.data = messages_[0].get();
     return;
   }
 
-  payload_.messages = addresses_.data();
+  payload_.messages = addresses_;
   payload_.count = static_cast<std::uint32_t>(count);
   switch (content.form) {
     case Content::Form::kInteger:

@@ -19,10 +19,15 @@ bool Session::open(const std::string& store, uv_loop_s* loop, std::string& error
 
 void Session::post(std::unique_ptr<Delivery> delivery) noexcept {
   queue_.push_back(std::move(delivery));
-  wake();
+  tell();
 }
 
 void Session::wake() noexcept {
+  woken_ = true;
+  tell();
+}
+
+void Session::tell() noexcept {
   if (told_ || freed_) return;
   told_ = true;
   if (wake_ != nullptr) wake_(user_);
@@ -32,6 +37,7 @@ bool Session::deliver(std::uint32_t most) noexcept {
   if (delivering_) return true;
   delivering_ = true;
   told_ = true;  // by the return value
+  woken_ = false;
   if (engine_) engine_->prepare_delivery();
   bool pause = false;
   for (std::uint32_t delivered = 0; delivered < most && !pause && !queue_.empty() && !freed_;
@@ -41,6 +47,7 @@ bool Session::deliver(std::uint32_t most) noexcept {
     const bool was_closed = closed();
     const Delivery::Progress progress = current->step();
     if (progress == Delivery::Progress::kDone) continue;
+    // cppcheck-suppress [incorrectLogicOperator, oppositeExpression]; step may close the session
     if (closed() && !was_closed) current->fail(kClosed);
     queue_.push_front(std::move(current));
     pause = progress == Delivery::Progress::kPause;
@@ -50,7 +57,7 @@ bool Session::deliver(std::uint32_t most) noexcept {
     free();
     return false;
   }
-  told_ = !queue_.empty();
+  told_ = woken_ || !queue_.empty();
   return told_;
 }
 

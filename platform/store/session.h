@@ -30,7 +30,8 @@ class Session {
 
   // Called by engines.
   void post(std::unique_ptr<Delivery> delivery) noexcept;
-  // Asks for a delivery, though nothing may be waiting: something is due earlier.
+  // Asks for a delivery, though nothing may be waiting: something is due earlier, or the
+  // engine has something to do. Inside a delivery: for another one after it.
   void wake() noexcept;
 
   // See vu_platform.h for what these mean.
@@ -40,12 +41,15 @@ class Session {
   void free() noexcept;  // deletes the session, now or after the running delivery
 
  private:
+  void tell() noexcept;
+
   vu_platform_wake wake_;
   void* user_;
   std::unique_ptr<Engine> engine_;
   DeliveryQueue queue_;
   bool told_ = false;  // the driver knows that it should call deliver
   bool delivering_ = false;
+  bool woken_ = false;  // since the running delivery began
   bool freed_ = false;
 };
 

@@ -35,6 +35,8 @@ struct Subscription {
   std::unique_ptr<EndDelivery> end;
 
   Subscription();
+  Subscription(const Subscription&) = delete;
+  Subscription& operator=(const Subscription&) = delete;
   ~Subscription();
 };
 

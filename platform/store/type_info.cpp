@@ -132,6 +132,18 @@ std::unique_ptr<TypeInfo> describe(const google::protobuf::Descriptor& descripto
   return type;
 }
 
+void find_slots(TypeInfo& type) {
+  type.plain_fields = std::make_unique<plain::Fields>(*type.prototype);
+  for (const FieldDescriptor* key : type.keys) {
+    const plain::Slot* const slot = type.plain_fields->slot(*key);
+    if (slot == nullptr) {
+      type.key_slots.clear();
+      return;
+    }
+    type.key_slots.push_back(slot);
+  }
+}
+
 }  // namespace
 
 const TypeInfo* type_of(const Message& message) {
@@ -146,6 +158,7 @@ const TypeInfo* type_of(const Message& message) {
   if (type) {
     type->reflection = reflection;
     type->prototype = reflection->GetMessageFactory()->GetPrototype(descriptor);
+    find_slots(*type);
   }
   return types->emplace(reflection, std::move(type)).first->second.get();
 }

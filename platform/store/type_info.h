@@ -5,9 +5,11 @@
 #include <google/protobuf/message.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "plain_fields.h"
 #include "wire.h"
 
 namespace vu::store {
@@ -16,7 +18,11 @@ struct TypeInfo {
   std::string name;      // full name; types of one name are one type, whatever their pool
   std::uint32_t id = 0;  // the same for types of one name, for the life of the process
   std::vector<const google::protobuf::FieldDescriptor*> keys;  // by position
-  bool counts = false;                                         // has a counter field
+  // Where fields lie in memory; never null.
+  std::unique_ptr<const plain::Fields> plain_fields;
+  // The key fields, by position; empty unless all of them are plain.
+  std::vector<const plain::Slot*> key_slots;
+  bool counts = false;  // has a counter field
   Counter counter;
   const google::protobuf::Descriptor* descriptor = nullptr;
   const google::protobuf::Reflection* reflection = nullptr;

@@ -22,8 +22,9 @@ static void on_reply(void *unused, const vu_mom_reply *reply, void *privdata) {
   const vu_platform_details *details = vu_platform_details_of(reply);
   const vu_platform_payload *payload = reply->data;
   (void)unused;
-  ++replies;
-  expect(privdata == &replies, "privdata comes back");
+  int *count = privdata;
+  ++*count;
+  expect(count == &replies, "privdata comes back");
   expect(vu_platform_is_record((intptr_t)reply), "the record is known while it is delivered");
   expect(vu_platform_is_payload((intptr_t)payload), "so is its payload");
   expect(details->status == VU_MOM_OK && details->error[0] == '\0', "no error");
@@ -49,7 +50,7 @@ int main(void) {
   const double score = 1.0;
   vu_mom_message no_message = 0;
   vu_mom_message *addresses = NULL;
-  vu_mom_handle *handle;
+  vu_mom_handle *handle = NULL;
 
   expect(vu_platform_open("paper:", NULL, NULL, NULL, error, sizeof(error)) == NULL,
          "an unknown store is refused");

@@ -1,6 +1,7 @@
 // What a million objects cost, and what happens where memory ends.
 #include <malloc.h>
 
+#include <cmath>
 #include <cstdio>
 
 #include "failing_new.h"
@@ -40,7 +41,7 @@ TEST(Memory, OfAMillionSingleValues) {
   }
   const std::size_t after = mallinfo2().uordblks + mallinfo2().hblkhd;
   const double each = static_cast<double>(after - before) / kObjects;
-  RecordProperty("bytes_per_object", static_cast<int>(each + 0.5));
+  RecordProperty("bytes_per_object", static_cast<int>(std::lround(each)));
   std::printf("           %.1f bytes per object\n", each);
   EXPECT_LE(each, 120);
   EXPECT_EQ(client.scan_index(entry, 1).size(), 2u);
@@ -211,28 +212,29 @@ TEST_F(NoMemory, LevelsAndSubscriptions) {
 
 TEST_F(NoMemory, ADeliveryStillCompletesTheRequest) {
   client.set(at("a", 1, "rx:1"));
-  static bool completed;
-  static std::int32_t status;
-  static bool has_data;
+  struct Outcome {
+    bool completed = false;
+    std::int32_t status = 0;
+    bool has_data = false;
+  };
   for (long allowed = 0;; ++allowed) {
-    completed = false;
+    Outcome outcome;
     ASSERT_EQ(vu_mom_get(
                   client.handle(), 0, at("a", 1),
-                  [](void*, const vu_mom_reply* reply, void*) {
+                  [](void*, const vu_mom_reply* reply, void* privdata) {
                     unlimit_allocations();
-                    completed = true;
-                    status = vu_platform_details_of(reply)->status;
-                    has_data = reply->data != nullptr;
+                    *static_cast<Outcome*>(privdata) = {true, vu_platform_details_of(reply)->status,
+                                                        reply->data != nullptr};
                   },
-                  nullptr),
+                  &outcome),
               VU_MOM_OK);
     limit_allocations(allowed);
     EXPECT_FALSE(client.deliver(1));
     unlimit_allocations();
-    ASSERT_TRUE(completed);
-    ASSERT_EQ(has_data, status == VU_MOM_OK);
-    if (status == VU_MOM_OK) break;
-    ASSERT_EQ(status, VU_MOM_NO_MEMORY);
+    ASSERT_TRUE(outcome.completed);
+    ASSERT_EQ(outcome.has_data, outcome.status == VU_MOM_OK);
+    if (outcome.status == VU_MOM_OK) break;
+    ASSERT_EQ(outcome.status, VU_MOM_NO_MEMORY);
     ASSERT_LT(allowed, 1000);
   }
 }

@@ -65,6 +65,11 @@ constexpr const char* kTypes = R"pb(
   message ZigzagCounter { sint64 n = 2 [(vu.counter) = true]; string tail = 3; }
   message FixedCounter { fixed32 n = 2 [(vu.counter) = true]; }
   message WideCounter { uint64 n = 2 [(vu.counter) = true]; }
+  message Numbers {
+    int32 a = 1; int64 b = 2; uint32 c = 3; uint64 d = 4; sint32 e = 5; sint64 f = 6;
+    fixed32 g = 7; fixed64 h = 8; sfixed32 i = 9; sfixed64 j = 10; bool k = 11; float l = 12;
+    double m = 13; optional int32 n = 14; optional double o = 15; optional string p = 1600;
+  }
   message Entry { string key = 1 [(vu.key) = 1]; bytes value = 2; }
   message SamePosition { int32 a = 1 [(vu.key) = 1]; int32 b = 2 [(vu.key) = 1]; }
   message Gap { int32 a = 1 [(vu.key) = 1]; int32 b = 2 [(vu.key) = 3]; }
@@ -80,6 +85,16 @@ constexpr const char* kOldTypes = R"pb(
   package acme.net;
   import "vu/options.proto";
 
+  message OldNumbers {
+    enum Closed { ONE = 1; TWO = 2; }
+    optional int32 a = 1 [default = 7];
+    optional Closed b = 2 [default = TWO];
+    optional bool c = 3 [default = true];
+    optional double d = 4 [default = 0.5];
+    required uint64 e = 5;
+    optional string f = 6;
+    optional bytes g = 7;
+  }
   message Old {
     enum Closed { ONE = 1; TWO = 2; }
     optional string name = 1 [(vu.key) = 1, default = "nobody"];

@@ -18,6 +18,8 @@ class EmbeddedEngine : public Engine {
   // `name` is what follows "embedded:". Handles of one name share a store, those
   // without a name too.
   EmbeddedEngine(const std::string& name, Session& session);
+  EmbeddedEngine(const EmbeddedEngine&) = delete;
+  EmbeddedEngine& operator=(const EmbeddedEngine&) = delete;
   ~EmbeddedEngine() override;
 
   std::int32_t submit(Request& request) override;

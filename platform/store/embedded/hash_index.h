@@ -22,6 +22,9 @@ class HashIndex {
 
  public:
   HashIndex() = default;
+  HashIndex(const HashIndex&) = delete;
+  HashIndex& operator=(const HashIndex&) = delete;
+  ~HashIndex() = default;
   HashIndex(HashIndex&& other) noexcept { swap(other); }
   HashIndex& operator=(HashIndex&& other) noexcept {
     HashIndex taken(std::move(other));
@@ -80,7 +83,7 @@ class HashIndex {
   }
 
   // Erases a value that find gave.
-  void erase(T* slot) noexcept {
+  void erase(const T* slot) noexcept {
     const auto i = static_cast<std::size_t>(slot - slots_.get());
     if (tags_[(i + 1) & mask_] == kEmpty) {
       tags_[i] = kEmpty;

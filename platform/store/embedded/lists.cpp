@@ -57,7 +57,7 @@ void Run::lset() {
   if (at.count == 0) return reply_integer(0);
   reply_integer(1);
   tell(VU_MOM_TYPE_LSET, [this] { return Content::of_element(request_.value); });
-  elements[at.first].swap(request_.value);
+  std::swap(elements[at.first], request_.value);
 }
 
 void Run::lrem() {

@@ -109,8 +109,8 @@ Cell Object::make(Slab& slab, Kind kind, std::string_view key, std::string_view 
   const Head head{static_cast<std::uint32_t>(key.size()), static_cast<std::uint32_t>(value.size()),
                   kind, extra != nullptr};
   std::size_t size = sizeof(head) + key.size() + value.size();
-  if (extra != nullptr) size += sizeof(extra);
-  if (kind != Kind::kSingle) size += sizeof(body);
+  if (extra != nullptr) size += kPointerSize;
+  if (kind != Kind::kSingle) size += kPointerSize;
   const Cell cell = slab.allocate(size);
   char* to = slab.at(cell);
   const auto append = [&to](const void* from, std::size_t bytes) {
@@ -118,8 +118,8 @@ Cell Object::make(Slab& slab, Kind kind, std::string_view key, std::string_view 
     to += bytes;
   };
   append(&head, sizeof(head));
-  if (extra != nullptr) append(&extra, sizeof(extra));
-  if (kind != Kind::kSingle) append(&body, sizeof(body));
+  if (extra != nullptr) append(&extra, kPointerSize);
+  if (kind != Kind::kSingle) append(&body, kPointerSize);
   append(key.data(), key.size());
   append(value.data(), value.size());
   return cell;

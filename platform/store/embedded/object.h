@@ -65,6 +65,8 @@ struct ListBody : Body {
 // Members are blocks of the store's slab.
 struct SetBody : Body {
   explicit SetBody(Slab& from) : slab(from) {}
+  SetBody(const SetBody&) = delete;
+  SetBody& operator=(const SetBody&) = delete;
   ~SetBody() override;
   std::size_t size() const override { return members.size(); }
   std::string_view bytes_of(Cell member) const;
@@ -77,6 +79,8 @@ struct SetBody : Body {
 
 struct SortedSetBody : Body {
   explicit SortedSetBody(Slab& from) : slab(from) {}
+  SortedSetBody(const SortedSetBody&) = delete;
+  SortedSetBody& operator=(const SortedSetBody&) = delete;
   ~SortedSetBody() override;
   std::size_t size() const override { return members.size(); }
   double score_of(Cell member) const;
@@ -120,6 +124,8 @@ class Object {
   static void overwrite_value(char* block, std::string_view value);
 
  private:
+  static constexpr std::size_t kPointerSize = sizeof(void*);
+
   struct Head {
     std::uint32_t key_size;
     std::uint32_t value_size;
@@ -130,12 +136,12 @@ class Object {
   template <typename Pointee>
   Pointee* pointer(std::size_t offset) const {
     Pointee* pointer = nullptr;
-    std::memcpy(&pointer, block_ + offset, sizeof(pointer));
+    std::memcpy(&pointer, block_ + offset, kPointerSize);
     return pointer;
   }
-  std::size_t body_offset() const { return sizeof(Head) + (head_.has_extra ? sizeof(Extra*) : 0); }
+  std::size_t body_offset() const { return sizeof(Head) + (head_.has_extra ? kPointerSize : 0); }
   std::size_t key_offset() const {
-    return body_offset() + (head_.kind == Kind::kSingle ? 0 : sizeof(Body*));
+    return body_offset() + (head_.kind == Kind::kSingle ? 0 : kPointerSize);
   }
 
   const char* block_;

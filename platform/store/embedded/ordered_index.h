@@ -8,6 +8,7 @@
 #pragma once
 
 #include <array>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -40,6 +41,8 @@ class OrderedIndex {
 
  public:
   OrderedIndex() = default;
+  OrderedIndex(const OrderedIndex&) = delete;
+  OrderedIndex& operator=(const OrderedIndex&) = delete;
   OrderedIndex(OrderedIndex&& other) noexcept
       : root_(std::exchange(other.root_, nullptr)),
         inner_levels_(std::exchange(other.inner_levels_, 0)),
@@ -58,7 +61,10 @@ class OrderedIndex {
   class Cursor {
    public:
     bool at_end() const { return leaf_ == nullptr; }
-    T operator*() const { return leaf_->values[index_]; }
+    T operator*() const {
+      assert(!at_end());
+      return leaf_->values[index_];
+    }
     void advance() {
       if (++index_ == leaf_->size) {
         leaf_ = leaf_->next;
@@ -476,7 +482,8 @@ class OrderedIndex {
     constexpr std::size_t kWrong = ~std::size_t{0} / 2;
     if (levels == 0) {
       const Leaf* leaf = static_cast<const Leaf*>(node);
-      if (leaf != expected || leaf->size == 0 || leaf->size > kLeafSize) return kWrong;
+      if (leaf == nullptr || leaf != expected || leaf->size == 0 || leaf->size > kLeafSize)
+        return kWrong;
       if (leaf->next != nullptr && leaf->next->previous != leaf) return kWrong;
       expected = leaf->next;
       return leaf->size;

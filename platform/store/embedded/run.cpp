@@ -16,11 +16,6 @@ std::int32_t Run::execute() {
   return VU_MOM_OK;
 }
 
-Shelf& Run::shelf() {
-  if (shelf_ == nullptr) shelf_ = &store_.shelf(request_.db, *request_.type);
-  return *shelf_;
-}
-
 Cell Run::find_kind(Kind kind) {
   const Cell cell = find();
   if (cell != 0 && object(cell).kind() != kind) throw WrongKind{kind, object(cell).kind()};

@@ -41,7 +41,7 @@ class Run {
   void setow();
   void delow();
   void del();
-  void store_single(Cell existing, std::int32_t type_code);
+  Cell store_single(Cell existing, std::int32_t type_code);
   void tell_single(std::string_view old_value, bool existed, std::string_view value,
                    std::int32_t type_code);
 
@@ -96,7 +96,10 @@ class Run {
                       std::string error = {});
   void remove_all(const std::vector<Cell>& cells, std::int32_t type_code);
 
-  Shelf& shelf();
+  Shelf& shelf() {
+    if (shelf_ == nullptr) shelf_ = &store_.shelf(request_.db, *request_.type);
+    return *shelf_;
+  }
   // The object that the request names, or 0.
   Cell find() { return store_.find(shelf(), request_.identity); }
   // The same, of this kind.
@@ -109,7 +112,9 @@ class Run {
 
   // The reply, where one is asked for.
   void reply(Content content, std::int32_t type_code = VU_MOM_TYPE_NONE);
-  void reply_integer(std::int64_t value) { reply(Content::of_integer(value)); }
+  void reply_integer(std::int64_t value) {
+    if (request_.receiver.wanted()) reply(Content::of_integer(value));
+  }
   void reply_error(std::string text);
   Notice reply_notice() const;
   // An event of the request's object, for those who watch the whole of it.

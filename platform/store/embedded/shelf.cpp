@@ -50,8 +50,8 @@ Cell Shelf::add(Kind kind, std::string_view identity, std::string_view value,
     extra->shelf = this;
     extra->object = cell;
   }
-  extra.release();
-  body.release();
+  static_cast<void>(extra.release());
+  static_cast<void>(body.release());
   return cell;
 }
 
@@ -76,7 +76,7 @@ Cell Shelf::ensure_extra(Cell cell) {
       Object::make(slab_, old.kind(), old.key(), single ? old.value() : std::string_view(),
                    extra.get(), single ? nullptr : old.body());
   extra->shelf = this;
-  extra.release();
+  static_cast<void>(extra.release());
   exchange(cell, changed);
   return changed;
 }

@@ -34,10 +34,17 @@ void Store::detach(Session& session) noexcept {
 }
 
 Shelf& Store::shelf(std::int32_t db, const TypeInfo& type) {
+  if (last_shelf_ != nullptr && last_type_ == type.id && last_shelf_->db() == db) {
+    return *last_shelf_;
+  }
   const auto key = std::make_pair(db, type.id);
-  const auto known = shelves_.find(key);
-  if (known != shelves_.end()) return *known->second;
-  return *shelves_.emplace(key, std::make_unique<Shelf>(slab_, lifetimes_, db, type)).first->second;
+  auto known = shelves_.find(key);
+  if (known == shelves_.end()) {
+    known = shelves_.emplace(key, std::make_unique<Shelf>(slab_, lifetimes_, db, type)).first;
+  }
+  last_type_ = type.id;
+  last_shelf_ = known->second.get();
+  return *last_shelf_;
 }
 
 Cell Store::find(Shelf& shelf, std::string_view identity) {

@@ -27,6 +27,8 @@ class Store {
   static std::shared_ptr<Store> named(const std::string& name);
 
   explicit Store(std::string name) : name_(std::move(name)) {}
+  Store(const Store&) = delete;
+  Store& operator=(const Store&) = delete;
   ~Store();
 
   void attach(Session& session) { sessions_.push_back(&session); }
@@ -100,6 +102,8 @@ class Store {
   Slab slab_;
   Lifetimes lifetimes_;
   std::map<std::pair<std::int32_t, std::uint32_t>, std::unique_ptr<Shelf>> shelves_;
+  Shelf* last_shelf_ = nullptr;  // that was asked for, of type last_type_
+  std::uint32_t last_type_ = 0;
   std::vector<Session*> sessions_;
 };
 

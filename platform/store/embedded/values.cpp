@@ -31,17 +31,18 @@ void Run::tell_single(std::string_view old_value, bool existed, std::string_view
   });
 }
 
-// Stores request_.value; `existing` is the object under the name, or 0.
-void Run::store_single(Cell existing, std::int32_t type_code) {
-  tell_single(existing == 0 ? std::string_view() : object(existing).value(), existing != 0,
-              request_.value, type_code);
+// Stores request_.value; `existing` is the object under the name, or 0. Returns where it is now.
+Cell Run::store_single(Cell existing, std::int32_t type_code) {
+  if (!shelf().watchers.empty()) {
+    tell_single(existing == 0 ? std::string_view() : object(existing).value(), existing != 0,
+                request_.value, type_code);
+  }
   if (existing == 0) {
     std::unique_ptr<Extra> extra;
     std::unique_ptr<Body> body;
-    shelf().add(Kind::kSingle, request_.identity, request_.value, extra, body);
-  } else {
-    shelf().set_value(existing, request_.value);
+    return shelf().add(Kind::kSingle, request_.identity, request_.value, extra, body);
   }
+  return shelf().set_value(existing, request_.value);
 }
 
 void Run::incr() {
@@ -66,9 +67,9 @@ void Run::setnx() {
 void Run::set() {
   const Cell cell = find_kind(Kind::kSingle);
   reply_integer(1);
-  store_single(cell, VU_MOM_TYPE_SET);
+  const Cell stored = store_single(cell, VU_MOM_TYPE_SET);
   if (cell == 0 || request_.keep_lifetime) return;
-  if (Extra* const extra = object(shelf().find(request_.identity)).extra()) {
+  if (Extra* const extra = object(stored).extra()) {
     store_.lifetimes().clear(*extra);
   }
 }
@@ -91,8 +92,7 @@ void Run::setow() {
   }
   cell = shelf().ensure_extra(cell);
   reply_integer(1);
-  store_single(cell, VU_MOM_TYPE_SET);
-  Extra& extra = *object(shelf().find(request_.identity)).extra();
+  Extra& extra = *object(store_single(cell, VU_MOM_TYPE_SET)).extra();
   extra.owned = true;
   extra.owner = request_.owner;
   if (!request_.keep_lifetime) store_.lifetimes().clear(extra);

@@ -56,7 +56,7 @@
  *
  * 13. Elements and members have the key fields of the object that they are in: messages
  *     that name different objects, in one zadd, zrem or linsert, are VU_MOM_BAD_INPUT.
- *     Where a zadd names a member twice, the last score counts.
+ *     Where a zadd names a member twice, the last score counts. A score of -0 is 0.
  *
  * Events. One for each change, none where nothing changed.
  *
@@ -90,6 +90,36 @@
  *
  * 20. Closing turns replies not yet delivered into errors; events not yet delivered come
  *     before the ends. The ends carry the reason.
+ *
+ * Stores on servers ("redis:...", see docs/server.md) mean the same, but for what follows
+ * from a server being elsewhere:
+ *
+ * 21. Handles of one address on one event loop share their connections. What this process
+ *     does keeps the order of its calls, subscriptions included: one hears exactly the
+ *     changes that this process causes after it was made and before it is ended. Replies
+ *     and events come by two connections: each in its order, but a reply may come before
+ *     the events of what was done earlier, or behind those of what was done later.
+ *
+ * 22. A scan reads a batch of objects at a time, up to two of them ahead of their delivery.
+ *     In a cluster it goes on from partition to partition, not in the order of identities.
+ *
+ * 23. publish counts, for each level of the object, the processes that subscribe there.
+ *
+ * 24. A closed handle hears the events that had arrived before. What was accepted from it is
+ *     carried out as long as another handle keeps the store open; closing the last one waits
+ *     for nothing, and what had no reply by then may have been carried out or not.
+ *
+ * 25. A request that gets no reply from its server completes with VU_MOM_FAILED and a text:
+ *     "not done: ..." where it is certain that nothing was changed, "unknown: ..." where
+ *     nobody can know. Nothing is repeated but what only reads.
+ *
+ * 26. Where events may have been missed, every subscription concerned gets one event of type
+ *     code VU_MOM_TYPE_NONE with VU_MOM_FAILED and a text, which names no object.
+ *
+ * 27. Beside 19, requests are refused while 2^20 commands of the process have no reply, or
+ *     256 MiB of them are not yet sent. With 65536 deliveries waiting in a handle, further
+ *     events wait in the server, which ends the connection where they become too many: then
+ *     26 applies.
  *
  * Compiles as C11 and as C++.
  */
