@@ -63,7 +63,8 @@ class Collector(VuMom):
     # The replies. Commands without one (`set`, `hmset`) need no method here.
 
     def on_incr_netmon_Samples(self, msg: PubSubMsg[IncrResult], p: Any) -> None:
-        self.samples = msg.result.value
+        if msg.result is not None:
+            self.samples = msg.result.value
 
     def on_pexpire_netmon_Interface(self, msg: PubSubMsg[None], name: str) -> None:
         if msg.status:

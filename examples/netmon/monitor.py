@@ -71,9 +71,17 @@ class Monitor(VuMom):
         """Show what is in the store at the end, then call `done`."""
         self.get(DB, Samples(host=self.host), done)
 
+    def failed(self, msg: PubSubMsg[Any]) -> bool:
+        """Whether there is nothing but an error, as when the server of the store is away."""
+        if msg.status:
+            self.screen.log(msg.error)
+        return msg.status != 0
+
     # What changes. The event carries the new value: nothing has to be read back.
 
     def on_subscribe_netmon_Interface(self, msg: PubSubMsg[Interface], p: Any) -> None:
+        if msg.type_code == Event.ENDED or self.failed(msg):
+            return
         if msg.type_code == Event.SET:
             self.update(msg.result.name, msg.result, msg.time)
         elif msg.type_code in (Event.EXPIRED, Event.DELETED):
@@ -126,6 +134,8 @@ class Monitor(VuMom):
     # Replies.
 
     def on_zrange_netmon_Busiest(self, msg: PubSubMsg[ZrangeResult[Busiest]], taken: int) -> None:
+        if self.failed(msg):
+            return
         names = [member.name for member, _ in reversed(msg.result)]
         rows = [self.traffic[name].row(name) for name in names if name in self.traffic]
         self.screen.show([HEADING] + rows)
@@ -145,5 +155,6 @@ class Monitor(VuMom):
     def on_lrange_netmon_Alarm(
         self, msg: PubSubMsg[LrangeResult[Alarm]], done: Callable[[], object]
     ) -> None:
-        self.screen.log(f"last alarms: {', '.join(a.text for a in msg.result) or 'none'}")
+        if not self.failed(msg):
+            self.screen.log(f"last alarms: {', '.join(a.text for a in msg.result) or 'none'}")
         done()

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Watches this machine's network interfaces for a few seconds.
 
-Two applications in one process: a collector, which stores what the kernel counts, and a
-monitor, which is told by the store what has changed. Neither calls the other.
+Two applications: a collector, which stores what the kernel counts, and a monitor, which is
+told by the store what has changed. Neither calls the other, so with a store on a server each
+can also be a process of its own, on any machine.
 """
 
 import argparse
@@ -37,6 +38,15 @@ def arguments(argv: Optional[List[str]]) -> argparse.Namespace:
     parser.add_argument(
         "--proc", metavar="FILE", help="read the counters from FILE; sends no datagrams over lo"
     )
+    parser.add_argument(
+        "--store", default="embedded:", help="the store (default: embedded:, in this process)"
+    )
+    parser.add_argument(
+        "--only", choices=["collector", "monitor"], help="run one of the two applications"
+    )
+    parser.add_argument(
+        "--host", default=platform.node() or "localhost", help="name of the machine in the store"
+    )
     return parser.parse_args(argv)
 
 
@@ -44,29 +54,38 @@ def main(argv: Optional[List[str]] = None) -> int:
     options = arguments(argv)
     path = options.proc or PROC_NET_DEV
     try:
-        counters.read(path)
+        if options.only != "monitor":
+            counters.read(path)
+        glb = VuGlobal(store=options.store)
     except OSError as error:
         print(f"netmon: cannot read the counters: {error}", file=sys.stderr)
         return 1
-    host = platform.node() or "localhost"
+    except ValueError as error:
+        print(f"netmon: {error}", file=sys.stderr)
+        return 1
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # `netmon.py | head` ends quietly
     screen = Screen(sys.stdout)
-    screen.log(f"network interfaces of {host}, every {options.interval:g} s")
+    screen.log(f"network interfaces of {options.host}, every {options.interval:g} s")
 
-    with VuGlobal() as glb:
+    with glb:
         loop = glb.thread_master
-        monitor = Monitor(glb, host, screen)  # first, so that it sees every change
-        collector = Collector(glb, host, path, options.interval)
-        if not options.proc:
-            traffic.start(loop, options.interval / 3)
+        monitor = collector = None
+        if options.only != "collector":  # first, so that it sees every change
+            monitor = Monitor(glb, options.host, screen)
+        if options.only != "monitor":
+            collector = Collector(glb, options.host, path, options.interval)
+            if not options.proc:
+                traffic.start(loop, options.interval / 3)
         loop.add_timer(options.seconds, loop.stop)
         # Ctrl-C: the end comes early, but in the same way. An exception, as Python would
         # raise by itself, could come in the middle of a reply method and get lost there.
         signal.signal(signal.SIGINT, lambda *_: loop.stop())
         loop.run()
-        collector.stop()
-        monitor.finish(loop.stop)
-        loop.run()
+        if collector:
+            collector.stop()
+        if monitor:
+            monitor.finish(loop.stop)
+            loop.run()
     return 0
 
 

@@ -7,12 +7,15 @@ import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
 
+import engines  # noqa: E402
 import store as harness  # noqa: E402
 
 
-@pytest.fixture(scope="session", params=[harness.EmbeddedEngine], ids=["embedded"])
+@pytest.fixture(scope="session", params=sorted(engines.ENGINES))
 def engine(request):
-    return request.param()
+    made = engines.ENGINES[request.param]()
+    yield made
+    made.stop()
 
 
 @pytest.hookimpl(hookwrapper=True)

@@ -12,7 +12,6 @@ import collections
 import contextlib
 import functools
 import gc
-import itertools
 import sys
 import weakref
 
@@ -45,18 +44,6 @@ SUBSCRIPTION_ENDED = 28
 
 # One delivery: the reply method's prefix without "on_", the message class's name, what it got.
 Arrival = collections.namedtuple("Arrival", "method type msg p")
-
-
-class EmbeddedEngine:
-    """Stores inside the process, each under a name of its own."""
-
-    _names = itertools.count()
-
-    def fresh_store(self):
-        return "embedded:contract-%d" % next(self._names)
-
-    def advance(self, handle, seconds):
-        handle._advance_clock(seconds)
 
 
 class Inbox(list):
@@ -116,7 +103,7 @@ class Client(vu_mom.VuMom):
         return functools.partial(self._record, method, kind)
 
     def _record(self, method, kind, msg, p):
-        self.store.note_delivery()
+        self.store.note_delivery(method)
         self.log.append(Arrival(method, kind, msg, p))
         if isinstance(p, Inbox):
             p.receive(msg)
@@ -225,7 +212,11 @@ class Store:
         self.loop = vu_thread.VuThreadMaster()
         self.handles = []
         self.clients = weakref.WeakSet()
+        self.beacons = {}  # of the engine
+        self.deliveries = 0
         self._commands = 0  # how many are under way
+        self._activity = 0
+        self._time_moved = False  # since the last drive
         self._inboxes = []
         self._unraisable = []
         self._trouble = []
@@ -234,24 +225,33 @@ class Store:
         """A client on a new handle."""
         handle = vu_global.VuGlobal(thread_master=self.loop, store=address or self.address)
         self.handles.append(handle)
-        self.engine.advance(handle, 0)
+        handle._advance_clock(0)
         return Client(self, handle)
 
     def turn(self):
         """Runs one turn of the loop; returns whether there was anything to do."""
         with self._listening():
-            return self.loop.run_once(0)
+            return self.engine.turn(self)
+
+    def turn_until(self, condition):
+        """Runs turns until `condition()` holds."""
+        while not condition():
+            assert self.turn(), "nothing is left to do"
 
     def drive(self):
         """Runs the loop until nothing is left to deliver."""
-        for _ in range(1000000):
-            if not self.turn():
-                return
-        raise AssertionError("the loop never comes to rest")
+        with self._listening():
+            self.engine.drive(self)
+        self._time_moved = False
 
     def advance(self, seconds):
         """Moves the store's clock. What is due is delivered by the next drive."""
-        self.engine.advance(self.handles[0], seconds)
+        self._time_moved = True
+        self.handles[0]._advance_clock(seconds)
+
+    def activity(self):
+        """A number that grows with everything of which more may come."""
+        return self._activity
 
     def inbox(self, what, last):
         inbox = Inbox(what, last)
@@ -261,6 +261,7 @@ class Store:
     @contextlib.contextmanager
     def inside_a_command(self):
         self._commands += 1
+        self._activity += 1
         try:
             with self._listening():
                 yield
@@ -277,7 +278,10 @@ class Store:
         finally:
             sys.unraisablehook = outer
 
-    def note_delivery(self):
+    def note_delivery(self, method):
+        self.deliveries += 1
+        if self._time_moved or method.startswith("scan"):
+            self._activity += 1
         if self._commands:
             self._trouble.append("something was delivered inside a command")
 
@@ -293,6 +297,7 @@ class Store:
         for handle in self.handles:
             handle.close()
         self.drive()
+        self.engine.close(self)
         assert not self._trouble, self._trouble
         assert not self._unraisable, self.unraisable()
         self.handles.clear()

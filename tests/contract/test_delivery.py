@@ -186,7 +186,7 @@ def test_closing_in_the_middle_of_a_scan(client, store):
     for number in range(5000):
         client.set(0, port(slot=number))
     inbox = client.send("scan", 0, port(), 0)
-    store.turn()
+    store.turn_until(lambda: inbox)
     assert 0 < len(inbox) < 5000 and not inbox.completed
     client.handle.close()
     store.drive()

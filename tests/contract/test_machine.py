@@ -115,6 +115,7 @@ class StoreMachine(RuleBasedStateMachine):
         self.seen = [0, 0]  # how much of each client's log has been checked
         self.swept = True
         self.agreed = True
+        self.closing = None  # the handle that was closed since the last drive
         # Somebody who hears everything, and somebody who watches the fields.
         for obj in (GROUPS[0][0], GROUPS[5][0], GROUPS[6][0]):
             self.subscribe_to((1, 0, False), obj, 0)
@@ -162,7 +163,11 @@ class StoreMachine(RuleBasedStateMachine):
                 continue
             arrived = [event(msg) for msg in inbox]
             if len(arrived) != 1 or arrived != subscription.events:
-                assert by_object(arrived) == by_object(subscription.events)
+                heard, told = by_object(arrived), by_object(subscription.events)
+                if self.engine.is_remote and subscription.handle == self.closing:
+                    # What was still on its way to the handle is not heard any more.
+                    told = {key: told[key][: len(heard[key])] for key in heard}
+                assert heard == told
                 assert [e for e in arrived[:-1] if e[0] == 28] == []
             inbox.clear()
             subscription.events.clear()
@@ -434,7 +439,9 @@ class StoreMachine(RuleBasedStateMachine):
         self.waiting[handle] = [
             (inbox, command, FAILED) for inbox, command, _ in self.waiting[handle]
         ]
+        self.closing = handle
         self.drive()
+        self.closing = None
         self.store.handles.remove(self.clients[handle].handle)
         self.clients[handle] = self.store.open()
         self.seen[handle] = 0
@@ -479,7 +486,7 @@ def test_machine(engine):
         run_state_machine_as_test,
         Machine,
         settings=settings(
-            max_examples=EXAMPLES,
+            max_examples=EXAMPLES // 2 if engine.is_remote else EXAMPLES,
             stateful_step_count=STEPS,
             deadline=None,
             database=None,

@@ -132,7 +132,7 @@ def test_the_scanned_may_all_go_away(client, store):
     for number in range(2000):
         client.set(0, port("a", 1, number))
     inbox = client.send("scan", 0, port("a"), 1)
-    store.turn()
+    store.turn_until(lambda: inbox)
     client.send("pdel", 0, port("a"), 0)
     store.drive()
     assert inbox.completed

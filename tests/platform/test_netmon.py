@@ -1,5 +1,7 @@
-"""examples/netmon, run as a user runs it, on counters that change under its eyes."""
+"""examples/netmon, run as a user runs it, on counters that change under its eyes: over a store
+in the process and over one on a server, where its two applications are also run apart."""
 
+import itertools
 import os
 import pathlib
 import re
@@ -10,6 +12,10 @@ import threading
 import time
 
 import pytest
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "support"))
+
+import redis_server  # noqa: E402
 
 NETMON = pathlib.Path(__file__).parents[2] / "examples" / "netmon" / "netmon.py"
 
@@ -77,12 +83,42 @@ class Netmon:
         return status, self.output
 
 
+@pytest.fixture(scope="module")
+def server():
+    with redis_server.RedisServer() as running:
+        yield running
+
+
+prefixes = itertools.count()
+
+
 @pytest.fixture
-def netmon(tmp_path):
+def store_on_server(server):
+    return server.url("netmon-%d" % next(prefixes))
+
+
+@pytest.fixture(params=["embedded", "server"])
+def store(request):
+    if request.param == "embedded":
+        return "embedded:"
+    return request.getfixturevalue("store_on_server")
+
+
+@pytest.fixture
+def netmon(tmp_path, store):
+    yield from running(tmp_path, "--store", store)
+
+
+@pytest.fixture
+def one_of_two(tmp_path, store_on_server):
+    yield from running(tmp_path, "--store", store_on_server, "--host", "netmon-test")
+
+
+def running(tmp_path, *common):
     started = []
 
     def make(*options):
-        started.append(Netmon(tmp_path, *options))
+        started.append(Netmon(tmp_path, *common + options))
         return started[-1]
 
     yield make
@@ -180,6 +216,64 @@ def test_odd_counters(netmon):
     assert {run.wait_for(r"  gone: (.*)").group(1) for _ in range(2)} == names
     run.write(line("lo", 1))
     run.wait_for(r"  new: lo$")
+
+
+def test_two_processes(one_of_two):
+    """The monitor knows of the counters what the collector has stored on the server."""
+    monitor = one_of_two("--seconds", "300", "--interval", "0.1", "--only", "monitor")
+    monitor.start()
+    monitor.wait_for(r"network interfaces of netmon-test")
+    collector = one_of_two("--seconds", "300", "--interval", "0.1", "--only", "collector")
+    collector.write(line("lo", 1000), line("eth0", 5000000, 70, errors=3))
+    collector.start()
+    monitor.wait_for(r"  eth0 +.* 5\.00 MB +70 B$")
+    collector.write(line("lo", 1000), line("eth0", 5000000, 70, errors=5))
+    monitor.wait_for(r"  ALARM eth0: 2 errors$")
+    collector.write(line("lo", 2000))
+    monitor.wait_for(r"  gone: eth0$")
+
+    # Another collector goes on where this one was killed; what it does not store expires.
+    collector.process.kill()
+    collector.end()
+    other = one_of_two("--seconds", "300", "--interval", "0.1", "--only", "collector")
+    other.write(line("wlan0", 70))
+    other.start()
+    assert {monitor.wait_for(r"  ((new|gone): .*)").group(1) for _ in range(2)} == {
+        "new: wlan0",
+        "gone: lo",
+    }
+
+    for each in (other, monitor):
+        each.process.send_signal(signal.SIGINT)
+        status, output = each.end()
+        assert status == 0
+    assert output[-1].endswith("  last alarms: eth0: 2 errors")
+
+
+def test_a_server_that_goes_away(one_of_two, server):
+    """Both go on, and say what they miss."""
+    monitor = one_of_two("--seconds", "300", "--interval", "0.1")
+    monitor.write(line("lo", 1000))
+    monitor.start()
+    monitor.wait_for(r"  lo +.* 1\.00 kB +0 B$")
+    server.stop(keep=True)
+    monitor.wait_for(r"not done: ")
+    server.start()
+    monitor.wait_for(r"events may be missing")
+    monitor.write(line("lo", 3000))
+    monitor.wait_for(r"  lo +.* 3\.00 kB +0 B$")
+    monitor.process.send_signal(signal.SIGINT)
+    status, _ = monitor.end()
+    assert status == 0
+
+
+def test_a_store_that_cannot_be(netmon):
+    run = netmon("--store", "redis://host:port")
+    run.write(line("lo", 1))
+    run.start()
+    status, output = run.end()
+    assert status == 1
+    assert output[0].startswith("netmon: store 'redis://host:port' cannot be opened: ")
 
 
 def test_a_reader_that_has_seen_enough(netmon):

@@ -1,0 +1,58 @@
+// A command in the protocol's bytes, put together word by word.
+#pragma once
+
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace vu::store {
+
+// Appends an array's or a word's head: the sign, a number, and the end of the line.
+inline void append_head(std::string& to, char sign, std::size_t number) {
+  char digits[24];
+  const auto end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
+  to.push_back(sign);
+  to.append(digits, end);
+  to.append("\r\n");
+}
+
+class CommandText {
+ public:
+  // Room for words of `bytes` bytes altogether.
+  explicit CommandText(std::size_t bytes) { words_.reserve(bytes); }
+
+  CommandText& add(std::string_view word) {
+    append_head(words_, '$', word.size());
+    words_.append(word).append("\r\n");
+    ++count_;
+    return *this;
+  }
+
+  CommandText& add_integer(std::int64_t value) {
+    char digits[24];
+    const auto end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
+    return add(std::string_view(digits, static_cast<std::size_t>(end - digits)));
+  }
+
+  // As the server reads and writes it: exact, and "inf" where it is.
+  CommandText& add_score(double value) {
+    char digits[40];
+    const auto end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
+    return add(std::string_view(digits, static_cast<std::size_t>(end - digits)));
+  }
+
+  std::string text() const {
+    std::string whole;
+    whole.reserve(words_.size() + 16);
+    append_head(whole, '*', count_);
+    return whole.append(words_);
+  }
+
+ private:
+  std::string words_;
+  std::size_t count_ = 0;
+};
+
+}  // namespace vu::store
