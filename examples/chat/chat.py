@@ -1,0 +1,86 @@
+"""A chat server: `chat.py [--port PORT] [--store STORE]`, and then `nc localhost PORT`.
+
+With a store that several processes share, several servers serve the same rooms.
+"""
+
+import argparse
+import asyncio
+
+from chat_vu import Line, Visits
+from vu_aio import Client, StoreError
+
+KEPT = 10  # lines of a room that a newcomer is shown
+
+
+class Guest:
+    """One connection: a name, a room, and then lines both ways."""
+
+    def __init__(self, client, reader, writer):
+        self.client = client
+        self.reader = reader
+        self.writer = writer
+
+    async def ask(self, question):
+        self.writer.write(question.encode())
+        return (await self.reader.readline()).decode(errors="replace").strip()
+
+    def show(self, line):
+        self.writer.write(("%s: %s\n" % (line.author, line.text)).encode())
+
+    async def serve(self):
+        self.name = await self.ask("Your name? ")
+        self.room = await self.ask("Which room? ")
+        visitor = await self.client.incr(0, Visits(room=self.room))
+        self.writer.write(("You are visitor %d of %s.\n" % (visitor, self.room)).encode())
+        async with self.client.subscribe(0, Line(room=self.room), 1) as changes:
+            for line in await self.client.lrange(0, Line(room=self.room)):
+                self.show(line)
+            listening = asyncio.ensure_future(self.listen(changes))
+            try:
+                await self.talk()
+            finally:
+                listening.cancel()
+
+    async def listen(self, changes):
+        async for change in changes:
+            if isinstance(change.result, Line):  # published; the list's own changes are not
+                self.show(change.result)
+                await self.writer.drain()
+
+    async def talk(self):
+        """What the guest says, until the connection ends."""
+        async for said in self.reader:
+            text = said.decode(errors="replace").strip()
+            line = Line(room=self.room, author=self.name, text=text)
+            self.client.rpush(0, line)
+            self.client.publish(0, line)
+            if await self.client.llen(0, line) > KEPT:
+                await self.client.lpop(0, line)
+
+
+async def main(port, store):
+    async with Client(store) as client:
+
+        async def connected(reader, writer):
+            try:
+                await Guest(client, reader, writer).serve()
+            except (ConnectionError, StoreError):  # the guest is gone, or the store
+                pass
+            finally:
+                writer.close()
+
+        server = await asyncio.start_server(connected, "localhost", port)
+        print("listening on port", server.sockets[0].getsockname()[1], flush=True)
+        async with server:
+            await server.serve_forever()
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--port", type=int, default=7000, help="0: a free one")
+    parser.add_argument("--store", default="embedded:")
+    options = parser.parse_args()
+    try:
+        asyncio.run(main(options.port, options.store))
+    except KeyboardInterrupt:
+        pass
