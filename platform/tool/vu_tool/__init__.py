@@ -1,0 +1,1 @@
+"""The command-line tool vu-mom; docs/vu-mom.md tells how it is used."""
