@@ -1,7 +1,6 @@
 // The functions of the interpreter that the binding calls, each in a form that can be made to
-// fail: the linker lets the test build call __wrap_NAME where the source calls NAME. The list
-// of functions is this file's: CMake reads it, and a test holds it against what the binding
-// imports. Each sets an error as the real one would, unless it is said how it differs.
+// fail. The list of functions is this file's: CMake reads it, and a test holds it against what
+// the binding imports. Each sets an error as the real one would.
 #define PY_SSIZE_T_CLEAN
 #include <Python.h>
 #include <frameobject.h>
@@ -13,26 +12,7 @@
 #include <new>
 
 #include "faults.h"
-
-#define HERE __builtin_return_address(0)
-
-#define WRAP(Result, name, failure, parameters, arguments) \
-  extern "C" Result __real_##name parameters;              \
-  extern "C" Result __wrap_##name parameters {             \
-    if (faults_fail_call(#name, HERE)) return failure;     \
-    return __real_##name arguments;                        \
-  }
-
-// Functions that return nothing, since they set an error: another one is set.
-#define WRAP_RAISE(name, parameters, arguments) \
-  extern "C" void __real_##name parameters;     \
-  extern "C" void __wrap_##name parameters {    \
-    if (faults_fail_call(#name, HERE)) return;  \
-    __real_##name arguments;                    \
-  }
-
-// Functions with a list of arguments; the body follows.
-#define WRAP_VARIADIC(Result, name, parameters) extern "C" Result __wrap_##name parameters
+#include "wrap.h"
 
 WRAP(PyObject*, PyBytes_FromStringAndSize, nullptr, (const char* text, Py_ssize_t size),
      (text, size))
@@ -101,6 +81,13 @@ WRAP(PyObject*, PyUnicode_FromStringAndSize, nullptr, (const char* text, Py_ssiz
      (text, size))
 WRAP(PyObject*, PyUnicode_InternFromString, nullptr, (const char* text), (text))
 
+// Its failure is an attribute that is bound, and is not there.
+extern "C" int __real__PyObject_GetMethod(PyObject* object, PyObject* name, PyObject** method);
+WRAP_VARIADIC(int, _PyObject_GetMethod, (PyObject * object, PyObject* name, PyObject** method)) {
+  if (faults_fail_call("_PyObject_GetMethod", HERE)) return 0;
+  return __real__PyObject_GetMethod(object, name, method);
+}
+
 WRAP_VARIADIC(PyObject*, PyErr_Format, (PyObject * type, const char* format, ...)) {
   if (faults_fail_call("PyErr_Format", HERE)) return nullptr;
   va_list arguments;
@@ -126,12 +113,17 @@ WRAP_VARIADIC(int, PyErr_WarnFormat,
 extern "C" PyObject* _Py_VaBuildValue_SizeT(const char* format, va_list arguments);
 
 WRAP_VARIADIC(PyObject*, _Py_BuildValue_SizeT, (const char* format, ...)) {
-  if (faults_fail_call("_Py_BuildValue_SizeT", HERE)) return nullptr;
+  const bool fails = faults_fail_call("_Py_BuildValue_SizeT", HERE);
+  PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
+  if (fails) PyErr_Fetch(&type, &value, &traceback);
   va_list arguments;
   va_start(arguments, format);
   PyObject* result = _Py_VaBuildValue_SizeT(format, arguments);
   va_end(arguments);
-  return result;
+  if (!fails) return result;
+  Py_XDECREF(result);  // what N stands for is taken over by a call that fails too
+  PyErr_Restore(type, value, traceback);
+  return nullptr;
 }
 
 namespace {

@@ -11,22 +11,27 @@ enum { TRACE_LIMIT = 65536 };
 
 static Faults faults;
 static uintptr_t trace[TRACE_LIMIT]; /* return addresses, relative to their library */
+static const char* trace_libraries[TRACE_LIMIT];
 static int trace_length;
 static bool tracing;
 
 /* --- calls of the test build ---------------------------------------------------------- */
 
-static uintptr_t relative(void* address) {
+static void write_down(void* address) {
   Dl_info library;
   if (dladdr(address, &library) == 0) abort();
-  return (uintptr_t)address - (uintptr_t)library.dli_fbase;
+  if (trace_length >= TRACE_LIMIT) {
+    ++trace_length; /* whoever wants to know them all is told */
+    return;
+  }
+  trace_libraries[trace_length] = library.dli_fname;
+  trace[trace_length++] = (uintptr_t)address - (uintptr_t)library.dli_fbase;
 }
 
 bool faults_fail_allocation(const char* function, void* return_address) {
   (void)function;
   if (!tracing) return false;
-  if (trace_length == TRACE_LIMIT) abort();
-  trace[trace_length++] = relative(return_address);
+  write_down(return_address);
   return faults_count(&faults, FAULTS_CALLS);
 }
 
@@ -128,8 +133,10 @@ FAULTS_API void faults_deliver(int kind, long first, long last, uintptr_t callba
 
 FAULTS_API long faults_counted(void) { return faults.count; }
 FAULTS_API long faults_hit(void) { return faults.hits; }
-FAULTS_API int faults_traced(void) { return trace_length; }
+FAULTS_API int faults_traced(void) { return trace_length; } /* may be more than the trace holds */
+FAULTS_API int faults_trace_limit(void) { return TRACE_LIMIT; }
 FAULTS_API const uintptr_t* faults_trace(void) { return trace; }
+FAULTS_API const char* const* faults_trace_libraries(void) { return trace_libraries; }
 FAULTS_API int faults_have_malloc(void) { return malloc_faults() != NULL; }
 
 /* --- a type in C whose base is a type of the binding ------------------------------------ */

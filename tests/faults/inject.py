@@ -24,6 +24,7 @@ _library.faults_deliver.argtypes = [ctypes.c_int, ctypes.c_long, ctypes.c_long, 
 _library.faults_counted.restype = ctypes.c_long
 _library.faults_hit.restype = ctypes.c_long
 _library.faults_trace.restype = ctypes.POINTER(ctypes.c_size_t)
+_library.faults_trace_libraries.restype = ctypes.POINTER(ctypes.c_char_p)
 
 _library.faults_finalizable.restype = ctypes.py_object
 _library.faults_finalizable.argtypes = [ctypes.py_object]
@@ -43,8 +44,17 @@ resurrected = _library.faults_resurrected
 
 def trace():
     """Where the binding called the interpreter or malloc during the last run, in order."""
+    if _library.faults_traced() > _library.faults_trace_limit():
+        raise OverflowError("%d calls" % _library.faults_traced())
     addresses = _library.faults_trace()
     return [addresses[i] for i in range(_library.faults_traced())]
+
+
+def places():
+    """The same with the libraries, (file name, address) each, as far as they were recorded."""
+    libraries, addresses = _library.faults_trace_libraries(), _library.faults_trace()
+    return [(os.path.basename(libraries[i]).decode(), addresses[i])
+            for i in range(min(_library.faults_traced(), _library.faults_trace_limit()))]
 
 
 # --- the call sites of the test build ---------------------------------------------------------
@@ -57,11 +67,11 @@ def _output(*command):
     return subprocess.check_output(command).decode()
 
 
-def _callees():
+def _callees(module):
     """Return address of each call of a function that can be made to fail, and that function."""
     call = re.compile(r"^ *[0-9a-f]+:\t(?:call|bl)q? .*<__wrap_(\w+)>$")
     found, callee = {}, None
-    for line in _output("objdump", "-d", "--no-show-raw-insn", MODULE).splitlines():
+    for line in _output("objdump", "-d", "--no-show-raw-insn", module).splitlines():
         if callee is not None:
             found[int(line.split(":")[0], 16)] = callee
             callee = None
@@ -71,9 +81,9 @@ def _callees():
     return found
 
 
-def _places(addresses):
+def _places(module, addresses):
     """Function and line of each address."""
-    lines = _output("addr2line", "-Cfse", MODULE,
+    lines = _output("addr2line", "-Cfse", module,
                     *["%x" % (address - 1) for address in addresses]).splitlines()
     return dict((address, (lines[2 * i], lines[2 * i + 1].split(" ")[0]))
                 for i, address in enumerate(addresses))
@@ -85,23 +95,24 @@ def undefined_symbols(library):
     return set(line.split()[-1].split("@")[0] for line in lines)
 
 
-def wrapped_functions():
-    """The functions of calls.cpp, as the test build has them."""
-    symbols = set(line.split()[-1] for line in _output("nm", MODULE).splitlines())
+def wrapped_functions(module=MODULE):
+    """The functions that can be made to fail, as a test build has them."""
+    symbols = set(line.split()[-1] for line in _output("nm", module).splitlines())
     return set(name[7:] for name in symbols if name.startswith("__wrap_"))
 
 
 class Sites(object):
-    """All call sites, by return address."""
+    """All call sites of a test build, by return address."""
 
-    def __init__(self):
-        self.callees = _callees()
-        self.places = _places(list(self.callees))
+    def __init__(self, module=MODULE):
+        self.module = module
+        self.callees = _callees(module)
+        self.places = _places(module, list(self.callees))
 
     def __getitem__(self, address):
         if address == 0:
             return Site("before any call", "?", "?")
         if address not in self.places:  # called through a pointer
-            self.places.update(_places([address]))
+            self.places.update(_places(self.module, [address]))
         return Site(self.places[address][0], self.callees.get(address, "?"),
                     self.places[address][1])

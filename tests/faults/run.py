@@ -6,6 +6,8 @@ SUITE is one of
   memory   each allocation fails once, and all from the n-th on
   slopes   what calls leave behind does not grow
   platform each allocation fails in the platform's modules
+  platform_calls each call that they make of the interpreter fails once
+  platform_slopes what actions on them leave behind does not grow
 
 --whole does what takes too long for every run of the tests: see docs/reliability.md.
 """
@@ -16,7 +18,12 @@ import unittest
 HERE = os.path.dirname(os.path.abspath(__file__))
 # Each suite, and whose vu_mom it runs on: that of the binding's suite is the ordinary one,
 # with stand-ins for all else.
-MODULES = {"calls": "faults", "memory": "faults", "slopes": "binding", "platform": None}
+MODULES = {"calls": "faults", "memory": "faults", "slopes": "binding", "platform": None,
+           "platform_calls": None, "platform_slopes": None}
+
+
+# A thread's cache of free blocks counts as used.
+NO_CACHES = "glibc.malloc.tcache_count=0"
 
 
 def main():
@@ -28,7 +35,8 @@ def main():
     malloc = os.path.join(build, "tests", "faults", "lib", "libvu_faults_malloc.so")
     if suite in ("memory", "platform") and "VU_FAULTS_PRELOADED" not in os.environ:
         # The interpreter's small blocks too come from malloc then.
-        os.environ.update(LD_PRELOAD=malloc, VU_FAULTS_PRELOADED="1", PYTHONMALLOC="malloc")
+        os.environ.update(LD_PRELOAD=malloc, VU_FAULTS_PRELOADED="1", PYTHONMALLOC="malloc",
+                          GLIBC_TUNABLES=NO_CACHES)
         os.execv(sys.executable, [sys.executable] + sys.argv)
 
     if MODULES[suite]:
@@ -37,6 +45,9 @@ def main():
                   for name in (MODULES[suite], "binding")]
     else:
         paths = [HERE, os.path.join(build, "python")]
+        if suite == "platform_calls":
+            paths.insert(1, os.path.join(build, "tests", "faults", "platform"))
+            os.environ["GLIBC_TUNABLES"] = NO_CACHES  # of the processes that it starts
     sys.path[:1] = paths
     os.environ.update(VU_MOM_TEST_BUILD=build, PYTHONPATH=os.pathsep.join(paths),
                       PYTHONDONTWRITEBYTECODE="1")
@@ -45,7 +56,7 @@ def main():
     sys.dont_write_bytecode = True
 
     if all(argument.startswith("-") for argument in arguments):
-        arguments.append("test_" + suite)
+        arguments += ["test_" + suite] + (["test_reply_slopes"] if suite == "slopes" else [])
     unittest.main(module=None, argv=["run.py"] + arguments)
 
 

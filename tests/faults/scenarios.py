@@ -23,6 +23,14 @@ GLOBAL = vu_global.VuGlobal(support.HANDLE)
 CALLBACKS = support.callbacks()
 CLIENT = support.Listener(GLOBAL)
 MUTE = support.Client(GLOBAL)
+
+
+class Choosing(support.Listener):
+    """Fetches its reply methods itself."""
+
+
+setattr(Choosing, "__getfunc", lambda self, name: getattr(self, name))
+CHOOSING = Choosing(GLOBAL)
 del GLOBAL.apps[:]
 BIG = 2 ** 70  # in no C type
 
@@ -118,6 +126,11 @@ class NoShortName(support.Message):
     short_name = property()
 
 
+class OtherClass(support.Message):
+    """Says that it is of another class."""
+    __class__ = int
+
+
 class OtherName(support.Message):
     """Whose names are new each time."""
 
@@ -157,7 +170,7 @@ def _messages(row):
                         ("too large address", AddressOf(BIG))):
         yield name, wrong
     if row.prefix:
-        for wrong in (OddName, JoinedName, NoShortName, OtherName):
+        for wrong in (OddName, JoinedName, NoShortName, OtherClass, OtherName):
             yield wrong.__name__, wrong()
 
 
@@ -229,9 +242,11 @@ def command_calls(row):
     yield Call(row.name + ", keyword given twice", method,
                lambda token: (_with(row, {})(token)[0], {"db": 1}))
     if row.prefix:
-        yield Call(row.name + " without reply method", getattr(MUTE, row.name), _with(row, {}),
-                   untagged=untagged(_with) and Call("untagged", getattr(MUTE, row.name),
-                                                     _with(row, {"field_tags": None})))
+        for what, client in (("without reply method", MUTE), ("choosing", CHOOSING)):
+            other = getattr(client, row.name)
+            yield Call("%s %s" % (row.name, what), other, _with(row, {}),
+                       untagged=untagged(_with) and Call("untagged", other,
+                                                         _with(row, {"field_tags": None})))
 
 
 def _plain(*arguments, **keywords):

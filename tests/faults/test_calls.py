@@ -247,8 +247,9 @@ class Sites(unittest.TestCase):
     # Functions of the interpreter that the binding calls and that cannot be made to fail.
     CANNOT_FAIL = {
         "PyDict_Next": "gives a borrowed pair or none",
+        "PyDict_Size": "fails for what is no dict only",
         "PyErr_Clear": "", "PyErr_Occurred": "", "PyErr_Fetch": "", "PyErr_Restore": "",
-        "PyErr_ExceptionMatches": "",
+        "PyErr_ExceptionMatches": "", "PyGILState_Check": "",
         "PyErr_Display": "prints what it can",
         "PyErr_NoMemory": "sets the error that every failure here sets",
         "PyErr_NormalizeException": "replaces the error by its own",
@@ -258,9 +259,11 @@ class Sites(unittest.TestCase):
         "PyOS_snprintf": "",
         "PyObject_CallFinalizerFromDealloc": "its failure is no error: the object lives on",
         "PyObject_GC_UnTrack": "",
+        "PyObject_GenericGetAttr": "is compared with, not called",
         "PyType_IsSubtype": "", "PyType_Modified": "",
         "PyUnicode_CompareWithASCIIString": "sets no error",
         "PyUnicode_InternInPlace": "leaves the string as it is",
+        "_PyType_Lookup": "gives what there is, borrowed, or nothing",
         "_Py_Dealloc": "",
         "_Py_NegativeRefcount": "ends the process of a debug interpreter",
     }
