@@ -13,10 +13,21 @@ struct Message {
 // Message() or Message(address): the address of a reply is taken and forgotten.
 PyObject* create(PyTypeObject* type, PyObject*, PyObject*) { return type->tp_alloc(type, 0); }
 
+PyObject* create_from_vector(PyObject* type, PyObject* const*, std::size_t, PyObject*) {
+  return create(reinterpret_cast<PyTypeObject*>(type), nullptr, nullptr);
+}
+
 PyObject* get_ptr(PyObject* self, PyObject*) { return PyLong_FromVoidPtr(self); }
+
+PyObject* empty(PyObject*, PyObject*) { Py_RETURN_NONE; }
+
+PyObject* nothing(PyObject*, PyObject* const*, Py_ssize_t, PyObject*) { Py_RETURN_NONE; }
 
 PyMethodDef methods[] = {
     {"get_ptr", get_ptr, METH_NOARGS, "The address of the native message."},
+    {"empty", empty, METH_NOARGS, "The empty call."},
+    {"nothing", py::method_pointer(nothing), METH_FASTCALL | METH_KEYWORDS,
+     "The empty call with arguments."},
     {nullptr, nullptr, 0, nullptr},
 };
 
@@ -25,6 +36,7 @@ PyTypeObject message_type() {
   type.tp_flags = Py_TPFLAGS_DEFAULT;
   type.tp_doc = "A message without contents.";
   type.tp_new = create;
+  py::set_type_call(type, create_from_vector);
   type.tp_methods = methods;
   return type;
 }
@@ -36,11 +48,8 @@ PyObject* poll(PyObject*, PyObject*) {
   Py_RETURN_NONE;
 }
 
-PyObject* nothing(PyObject*, PyObject* const*, Py_ssize_t, PyObject*) { Py_RETURN_NONE; }
-
 PyMethodDef functions[] = {
     {"poll", poll, METH_NOARGS, "Deliver the replies to what is pending."},
-    {"nothing", py::method_pointer(nothing), METH_FASTCALL | METH_KEYWORDS, "The empty call."},
     {nullptr, nullptr, 0, nullptr},
 };
 
@@ -60,8 +69,8 @@ VU_MODULE_INIT PyInit_bench_support() {
     py::checked(PyDict_SetItemString(py::type_dict(MessageType), "package_name", package.get()));
     py::checked(PyDict_SetItemString(py::type_dict(MessageType), "short_name", name.get()));
     py::Owned module = py::checked(PyModule_Create(&definition));
-    py::checked(PyObject_SetAttrString(module.get(), "Message",
-                                       reinterpret_cast<PyObject*>(&MessageType)));
+    py::checked(
+        PyObject_SetAttrString(module.get(), "Message", reinterpret_cast<PyObject*>(&MessageType)));
     return module;
   });
 }

@@ -85,6 +85,8 @@ EXPORT int64_t vu_platform_next_due(vu_mom_handle *handle) {
 EXPORT void vu_platform_close(vu_mom_handle *handle) { (void)handle; }
 EXPORT void vu_platform_free(vu_mom_handle *handle) { (void)handle; }
 
+EXPORT void vu_platform_check_threads(int (*lock_is_held)(void)) { (void)lock_is_held; }
+
 EXPORT void vu_platform_advance_clock(vu_mom_handle *handle, int64_t microseconds) {
   (void)handle, (void)microseconds;
 }
