@@ -26,6 +26,23 @@ class StoreExports(unittest.TestCase):
         exported = self.tree.dynamic_symbols(library, "defined")
         self.assertEqual(sorted(exported), sorted(commands | platform))
 
+    def test_every_exported_function_checks_its_thread(self):
+        """In builds with assertions, before it does anything else."""
+        checked = set()
+        store = os.path.join(SOURCE, "platform", "store")
+        for name in sorted(os.listdir(store)):
+            if not name.endswith(".cpp"):
+                continue
+            with open(os.path.join(store, name)) as file:
+                text = file.read()
+            functions = re.findall(
+                r"^VU_STORE_EXPORT [^{;]*?\b(vu_\w+)\([^{;]*\) \{\n  VU_STORE_ENTRY\(\);$",
+                text, re.MULTILINE)
+            self.assertEqual(len(functions), text.count("VU_STORE_EXPORT "), name)
+            checked.update(functions)
+        commands = declared("include", "vu_mom_impl.h")
+        self.assertEqual(checked, commands | declared("platform", "include", "vu_platform.h"))
+
     def test_soname(self):
         """A preloaded library of the same name takes this one's place."""
         from build_tree import run
