@@ -1,9 +1,9 @@
 # Debian packages: what the project needs, and installing what is missing.
 
 PACKAGES_BUILD=(g++ cmake ninja-build pkg-config python3 python3-dev
-  protobuf-compiler libprotobuf-dev libprotoc-dev libabsl-dev libuv1-dev
+  protobuf-compiler libprotobuf-dev libprotoc-dev libabsl-dev libuv1-dev libhiredis-dev
   libgtest-dev)
-PACKAGES_TEST=(binutils python3-pytest python3-hypothesis python3-protobuf)
+PACKAGES_TEST=(binutils mypy python3-pytest python3-hypothesis python3-protobuf redis-server)
 PACKAGES_DEBUG=(python3-dbg libpython3-dbg)
 PACKAGES_ARMHF=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
 

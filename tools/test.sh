@@ -1,8 +1,9 @@
 # The test legs: which suites run where.
 #
-# A leg is a function leg_NAME, run in a process of its own (`./dev leg NAME`), so that one
-# that breaks off does not take the others along. It calls run_suite for each runner, which
-# adds a line "passed failed skipped" to build/logs/NAME.counts.
+# A leg is a function leg_NAME, run in a process of its own (`./dev leg NAME`) when preset
+# NAME is built, so that one that breaks off does not take the others along; as many run at
+# a time as there are processors. It calls run_suite for each runner, which adds a line
+# "passed failed skipped" to build/logs/NAME.counts.
 
 LEGS=(host armhf asan debug)
 
@@ -19,20 +20,29 @@ pytest_suite() {
     "$@" -m pytest -q -p no:cacheprovider -o faulthandler_timeout=120 "tests/$suite"
 }
 
+CONTRACT_ON_ARM='not server or test_values or test_hashes or test_lists or test_lifetimes or
+ test_subscriptions or test_delivery or test_scans or test_server or test_differential'
+CONTRACT_ON_ARM=${CONTRACT_ON_ARM//$'\n'/}
+
 # python_suites LEG PYTHON...: what the interpreter of a leg runs.
 python_suites() {
   local leg=$1
   shift
   run_suite "$leg" binding 600 "$@" tests/binding/run.py "build/$leg"
   pytest_suite "$leg" platform "$@"
+  # The emulated processor runs a part of the contract on a server; the rest makes no
+  # difference there.
+  [ "$leg" != armhf ] || set -- env "PYTEST_ADDOPTS=-k '$CONTRACT_ON_ARM'" "$@"
   pytest_suite "$leg" contract "$@"
 }
 
 # store_suites LEG [EMULATOR...]: the programs that test the store library without Python.
+# The programs that test the server engine start redis-servers of their own, each in a directory
+# of its own.
 store_suites() {
   local leg=$1 program
   shift
-  for program in vu_store_test vu_store_c_test; do
+  for program in vu_store_test vu_store_c_test vu_server_test vu_server_functions_test; do
     run_suite "$leg" "$program" 300 "$@" "build/$leg/bin/$program"
   done
 }
@@ -46,20 +56,38 @@ faults_suites() {
   done
 }
 
+# fuzz_suites LEG [EMULATOR...]: what fuzzing has found, run again.
+fuzz_suites() {
+  local leg=$1 target
+  shift
+  for target in "${FUZZ_TARGETS[@]}"; do
+    run_suite "$leg" "fuzz-$target" 300 env "PYTHONPATH=$(fuzz_python "$leg" "$target")" \
+      "$@" "build/$leg/bin/vu_replay_$target" "tests/fuzz/corpus/$target"
+  done
+}
+
 leg_host() {
-  build_preset host
   python_suites host /usr/bin/python3
+  pytest_suite host machines /usr/bin/python3
+  pytest_suite host server /usr/bin/python3
   store_suites host
-  faults_suites host /usr/bin/python3 calls memory slopes platform
+  fuzz_suites host
+  faults_suites host /usr/bin/python3 calls memory slopes platform platform_slopes
+  pytest_suite host tool /usr/bin/python3
   pytest_suite host docs /usr/bin/python3
   run_suite host build 600 /usr/bin/python3 tests/build/run.py build/host
 }
 
 leg_armhf() {
-  build_preset armhf
   python_suites armhf "$SYSROOT_PYTHON"
   faults_suites armhf "$SYSROOT_PYTHON" slopes
   store_suites armhf qemu-arm -L "$SYSROOT"
+  fuzz_suites armhf qemu-arm -L "$SYSROOT"
+  # A process of this machine and one of that on one server.
+  [ -e build/host/python/contract_vu.py ] || build_preset host src/all platform/all tests/contract/all
+  run_suite armhf machines 300 env "PYTHONPATH=$PWD/build/host/python" \
+    "VU_OTHER_MACHINE=env PYTHONPATH=$PWD/build/armhf/python $SYSROOT_PYTHON" \
+    /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/machines
   run_suite armhf build 600 /usr/bin/python3 tests/build/run.py build/armhf
 }
 
@@ -70,14 +98,13 @@ leg_asan() {
     runtime+=("$(readlink -f "$(g++ -print-file-name="$name")")")
   done
   export ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1
-  build_preset asan
   python_suites asan env "LD_PRELOAD=${runtime[*]}" PYTHONMALLOC=malloc /usr/bin/python3
   store_suites asan
+  PYTHONMALLOC=malloc fuzz_suites asan
 }
 
 # Total reference counts, which only this interpreter has.
 leg_debug() {
-  build_preset debug
   run_suite debug binding 600 /usr/bin/python3-dbg tests/binding/run.py build/debug
   faults_suites debug /usr/bin/python3-dbg calls slopes
 }
@@ -86,19 +113,21 @@ verb_leg() { "leg_$1"; }
 
 #: test [LEG...] -- build and run the tests; legs: host, armhf, asan, debug (all if none is named)
 verb_test() {
-  local leg bad=0 passed=0 failed=0 skipped=0 p f s
+  local leg bad=0 passed=0 failed=0 skipped=0 p f s built=()
   [ $# != 0 ] || set -- "${LEGS[@]}"
   for leg in "$@"; do
     declare -F "leg_$leg" >/dev/null || fail "no test leg '$leg'; there are: ${LEGS[*]}"
   done
   install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}"
-  for leg in "$@"; do install_for "$leg"; done
   mkdir -p build/logs
   for leg in "$@"; do
-    note "$leg"
     rm -f "build/logs/$leg.counts"
+    if ./dev build "$leg"; then built+=("$leg"); else bad=1; fi
+  done
+  note "testing ${built[*]}"
+  [ ${#built[@]} = 0 ] || printf '%s\n' "${built[@]}" | xargs -P "$(nproc)" -n 1 ./dev leg || bad=1
+  for leg in "$@"; do
     local ran=0
-    ./dev leg "$leg" || bad=1
     while read -r p f s; do
       passed=$((passed + p)) failed=$((failed + f)) skipped=$((skipped + s))
       ran=$((ran + p + f))
