@@ -72,12 +72,11 @@ SignalWakeup::~SignalWakeup() {
 
 void SignalWakeup::uninstall() {
   py::SavedError error;
-  const int status = py::enter_status([&] {
+  py::enter_status([&] {
     const int current = set_wakeup(previous_);
     if (current != signal_pipe.writing) set_wakeup(current);  // a callback set its own
   });
-  if (status != 0) PyErr_Clear();
-  error.restore();
+  error.restore();  // in place of what may have failed here, which nobody can act upon
   is_installed_ = false;
 }
 

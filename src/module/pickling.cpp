@@ -27,10 +27,7 @@ PyObject* client_type() { return reinterpret_cast<PyObject*>(&VuMomType); }
 // object.name, or null where it has no such attribute. Other errors are thrown.
 py::Owned optional_attribute(py::Borrowed object, const Name& name) {
   py::Owned value = py::Owned::steal(PyObject_GetAttr(object.get(), name.get().get()));
-  if (value.is_null()) {
-    if (!PyErr_ExceptionMatches(PyExc_AttributeError)) throw py::PythonError();
-    PyErr_Clear();
-  }
+  if (value.is_null()) py::expect_error(PyExc_AttributeError);
   return value;
 }
 

@@ -24,6 +24,13 @@ template <typename... Arguments>
   throw PythonError();
 }
 
+// To be called where a C API function has failed and an error of class `type` is an answer like
+// another: takes it away. Throws where the error is of another class.
+inline void expect_error(PyObject* type) {
+  if (!PyErr_ExceptionMatches(type)) throw PythonError();
+  PyErr_Clear();
+}
+
 // Takes over what a C API function returned; null means that it failed.
 inline Owned checked(PyObject* result) {
   if (result == nullptr) throw PythonError();
