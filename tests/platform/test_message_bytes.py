@@ -304,3 +304,20 @@ def test_a_class_needs_a_descriptor():
     abstract = type(tree.Node)("Abstract", (vu_message.Message,), {})
     with pytest.raises(TypeError, match="abstract"):
         abstract()
+
+
+def test_message_of_a_type_without_a_module_could_not_be_pickled():
+    cls = vu_message.message_class("google.protobuf.SourceContext")
+    message = cls(file_name="f")
+    for protocol in range(pickle.HIGHEST_PROTOCOL + 1):
+        other = pickle.loads(pickle.dumps(message, protocol))
+        assert other == message and type(other) is cls
+    assert copy.deepcopy([message, message]) == [message, message]
+    function, arguments = message.__reduce__()
+    with pytest.raises(KeyError, match="no message type 'a.b' is known"):
+        function("a.b", arguments[1])
+    with pytest.raises(vu_message.DecodeError):
+        function(arguments[0], b"\xff")
+    for wrong in ((), (arguments[0],), (5, b""), (arguments[0], "text")):
+        with pytest.raises(TypeError):
+            function(*wrong)

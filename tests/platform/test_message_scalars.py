@@ -192,7 +192,7 @@ def test_enums_of_proto3_are_open_and_those_of_proto2_closed():
     assert message.color == 77 and repr(message) == "vu_test.scalars.Single(color=77)"
     with pytest.raises(ValueError, match=r"Defaults\.level: vu_test\.old\.Level has no value 2"):
         old.Defaults(level=2)
-    with pytest.raises(ValueError, match=r"Defaults\.levels: vu_test\.old\.Level has no value 2"):
+    with pytest.raises(ValueError, match=r"levels\[1\]: vu_test\.old\.Level has no value 2"):
         old.Defaults(levels=[1, 2])
     unknown = b"\x20\x02"
     message = old.Defaults.FromString(unknown)

@@ -80,9 +80,11 @@ def test_assignment_of_something_else(value):
 
 def test_mistakes_deep_inside_are_named_and_change_nothing():
     message = Node(child={"name": "kept"})
-    with pytest.raises(ValueError, match=r"^vu_test\.tree\.Node\.Leaf has no field 'nom'"):
+    where = r"^vu_test\.tree\.Node\.child\.leaves\[1\]: "
+    with pytest.raises(ValueError, match=where + r"vu_test\.tree\.Node\.Leaf has no field 'nom'"):
         message.child = {"name": "new", "leaves": [{"name": "x"}, {"nom": "y"}]}
-    with pytest.raises(TypeError, match=r"^vu_test\.tree\.Node\.Leaf\.values: expected an integer"):
+    where = r"^vu_test\.tree\.Node\.child\.leaf\.values\[1\]: "
+    with pytest.raises(TypeError, match=where + "expected an integer"):
         Node(child={"leaf": {"values": [1, "2"]}})
     recursive = {"name": "r"}
     recursive["child"] = recursive

@@ -62,11 +62,23 @@ bool is_plain_name(const std::string& name) {
 }
 
 bool is_method_name(const std::string& name) {
-  static const std::set<std::string> names = {
-      "ByteSize",          "Clear",           "ClearField",      "CopyFrom",
-      "FromString",        "HasField",        "IsInitialized",   "ListFields",
-      "MergeFrom",         "MergeFromString", "ParseFromString", "SerializePartialToString",
-      "SerializeToString", "SetInParent",     "WhichOneof"};
+  static const std::set<std::string> names = {"ByteSize",
+                                              "Clear",
+                                              "ClearField",
+                                              "CopyFrom",
+                                              "FromJson",
+                                              "FromString",
+                                              "HasField",
+                                              "IsInitialized",
+                                              "ListFields",
+                                              "MergeFrom",
+                                              "MergeFromString",
+                                              "ParseFromString",
+                                              "SerializeToString",
+                                              "SetInParent",
+                                              "ToJson",
+                                              "WhichOneof",
+                                              "SerializePartialToString"};
   return names.count(name) != 0;
 }
 
@@ -90,8 +102,16 @@ bool is_bundled(const pb::FileDescriptor& file) {
          pb::DescriptorPool::generated_pool()->FindFileByName(file.name()) != nullptr;
 }
 
+bool is_well_known(const pb::FileDescriptor& file) {
+  const auto names = {"duration", "empty", "field_mask", "struct", "timestamp", "wrappers"};
+  return std::any_of(names.begin(), names.end(), [&](const char* name) {
+    return file.name() == std::string("google/protobuf/") + name + ".proto";
+  });
+}
+
 std::string class_path(const pb::Descriptor& message, const pb::FileDescriptor& from) {
-  if (is_bundled(*message.file()) && message.file() != &from) return "";
+  const bool bundled = is_bundled(*message.file()) && message.file() != &from;
+  if (bundled) return is_well_known(*message.file()) ? "vu_well_known." + message.name() : "";
   std::string path = python_name(message.name());
   for (const pb::Descriptor* outer = message.containing_type(); outer != nullptr;
        outer = outer->containing_type()) {

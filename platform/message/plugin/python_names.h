@@ -30,8 +30,12 @@ std::string module_path(const google::protobuf::FileDescriptor& file);
 // Whether the file's messages come with the runtime, so that no module is made for it.
 bool is_bundled(const google::protobuf::FileDescriptor& file);
 
+// Whether the module vu_well_known has the classes of such a file.
+bool is_well_known(const google::protobuf::FileDescriptor& file);
+
 // The class of a message or enum, as seen from module `from`: "Port.Stats",
-// "a.other_vu.Port"; for bundled types nothing, as there is no module.
+// "a.other_vu.Port", "vu_well_known.Timestamp"; for other bundled types nothing, as there is no
+// module.
 std::string class_path(const google::protobuf::Descriptor& message,
                        const google::protobuf::FileDescriptor& from);
 

@@ -139,6 +139,7 @@ std::string stub_text(const pb::FileDescriptor& file) {
   out.line();
   out.line("import vu_enum");
   out.line("import vu_message");
+  out.line("import vu_well_known");
   for (int i = 0; i < file.dependency_count(); ++i) {
     if (!is_bundled(*file.dependency(i))) out.line("import " + module_name(*file.dependency(i)));
   }

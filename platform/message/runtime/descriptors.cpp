@@ -11,6 +11,7 @@
 #include "options.h"
 #include "pool.h"
 #include "python/module.h"
+#include "type_walk.h"
 
 namespace vu {
 
@@ -23,25 +24,6 @@ PyTypeObject info_type = py::static_type("vu_message.MessageDescriptor", sizeof(
 py::Owned text(const std::string& value) {
   return py::checked(
       PyUnicode_FromStringAndSize(value.data(), static_cast<Py_ssize_t>(value.size())));
-}
-
-// Whether `holds` is true of a type or of a message type within it, at any depth.
-template <typename Predicate>
-bool anywhere(const pb::Descriptor& type, const Predicate& holds,
-              std::set<const pb::Descriptor*>& seen) {
-  if (!seen.insert(&type).second) return false;
-  if (holds(type)) return true;
-  for (int i = 0; i < type.field_count(); ++i) {
-    const pb::Descriptor* within = type.field(i)->message_type();
-    if (within != nullptr && anywhere(*within, holds, seen)) return true;
-  }
-  return false;
-}
-
-template <typename Predicate>
-bool anywhere(const pb::Descriptor& type, const Predicate& holds) {
-  std::set<const pb::Descriptor*> seen;
-  return anywhere(type, holds, seen);
 }
 
 // A map field consists of messages of a type of its own.
@@ -225,14 +207,17 @@ MessageInfo& descriptor_argument(py::Borrowed object) {
   return *static_cast<MessageInfo*>(object.get());
 }
 
-Field& find_field(const MessageInfo& info, py::Borrowed name) {
+Field& find_field(const MessageInfo& info, py::Borrowed name, const Place* around) {
+  const auto where = [&] { return around == nullptr ? std::string() : around->text() + ": "; };
   if (!PyUnicode_Check(name.get())) {
-    py::raise(PyExc_TypeError, "%s: a field name must be a str, not %.200s", info.name(),
-              Py_TYPE(name.get())->tp_name);
+    py::raise(PyExc_TypeError, "%s%s: a field name must be a str, not %.200s", where().c_str(),
+              info.name(), Py_TYPE(name.get())->tp_name);
   }
   PyObject* field = PyDict_GetItemWithError(info.by_name, name.get());
   if (field == nullptr && PyErr_Occurred() != nullptr) throw py::PythonError();
-  if (field == nullptr) py::raise(PyExc_ValueError, "%s has no field %R", info.name(), name.get());
+  if (field == nullptr) {
+    py::raise(PyExc_ValueError, "%s%s has no field %R", where().c_str(), info.name(), name.get());
+  }
   return *static_cast<Field*>(field);
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "place.h"
 #include "plain_fields.h"
 #include "python/error.h"
 
@@ -66,8 +67,8 @@ inline MessageInfo& element_info(Field& field) {
 MessageInfo& descriptor_argument(py::Borrowed object);
 
 // The field of that name (a str). ValueError where the type has none, TypeError where
-// `name` is no str.
-Field& find_field(const MessageInfo& info, py::Borrowed name);
+// `name` is no str; both tell the place that a message is made for.
+Field& find_field(const MessageInfo& info, py::Borrowed name, const Place* around = nullptr);
 
 void add_descriptor_types(py::Borrowed module);
 

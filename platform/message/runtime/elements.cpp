@@ -7,28 +7,28 @@
 
 namespace vu {
 
-Element to_element(Field& field, py::Borrowed value) {
-  if (field.message) return {{}, to_native(element_info(field), field, value)};
-  return {to_scalar(*field.descriptor, {*field.descriptor}, value), nullptr};
+Element to_element(Field& field, const Place& place, py::Borrowed value) {
+  if (field.message) return {{}, to_native(element_info(field), place, value)};
+  return {to_scalar(*field.descriptor, place, value), nullptr};
 }
 
-std::vector<Element> to_elements(Field& field, py::Borrowed values) {
+std::vector<Element> to_elements(Field& field, const Place& place, py::Borrowed values) {
+  const auto refuse = [&] { raise_type(place, "a list of values", values); };
   if (PyUnicode_Check(values.get()) || PyBytes_Check(values.get()) || PyDict_Check(values.get())) {
-    py::raise(PyExc_TypeError, "%s: expected a list of values, got %.200s",
-              field.descriptor->full_name().c_str(), Py_TYPE(values.get())->tp_name);
+    refuse();
   }
   // A list of its own: converting an element may run code that changes `values`.
   const py::Owned list = py::Owned::steal(PySequence_Tuple(values.get()));
   if (list.is_null()) {
-    if (!PyErr_ExceptionMatches(PyExc_TypeError)) throw py::PythonError();
-    PyErr_Clear();
-    py::raise(PyExc_TypeError, "%s: expected a list of values, got %.200s",
-              field.descriptor->full_name().c_str(), Py_TYPE(values.get())->tp_name);
+    py::expect_error(PyExc_TypeError);
+    refuse();
   }
   std::vector<Element> elements;
   elements.reserve(static_cast<std::size_t>(PyTuple_GET_SIZE(list.get())));
   for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(list.get()); ++i) {
-    elements.push_back(to_element(field, py::Borrowed(PyTuple_GET_ITEM(list.get(), i))));
+    const Place place_of_element = place.element(static_cast<int>(i));
+    const py::Borrowed value(PyTuple_GET_ITEM(list.get(), i));
+    elements.push_back(to_element(field, place_of_element, value));
   }
   return elements;
 }

@@ -14,10 +14,10 @@ struct Element {
   std::unique_ptr<NativeMessage> message;
 };
 
-Element to_element(Field& field, py::Borrowed value);
+Element to_element(Field& field, const Place& place, py::Borrowed value);
 
 // All of an iterable, checked before anything is changed.
-std::vector<Element> to_elements(Field& field, py::Borrowed values);
+std::vector<Element> to_elements(Field& field, const Place& place, py::Borrowed values);
 
 inline int element_count(const MessageObject& message, const Field& field) {
   return field.reflection->FieldSize(*message.native, field.descriptor);

@@ -8,33 +8,34 @@ namespace vu {
 
 namespace pb = google::protobuf;
 
-Key to_key(const Field& field, py::Borrowed value) {
+Key to_key(const Field& field, const Place& place, py::Borrowed value) {
   const pb::FieldDescriptor& type = key_type(field);
-  return to_map_key(type, to_scalar(type, {*field.descriptor, " key"}, value));
+  return to_map_key(type, to_scalar(type, place.key(), value));
 }
 
-Element to_value(Field& field, py::Borrowed value) {
-  if (field.message) return {{}, to_native(element_info(field), field, value)};
-  return {to_scalar(value_type(field), {*field.descriptor, " value"}, value), nullptr};
+Element to_value(Field& field, const Place& place, const Key& key, py::Borrowed value) {
+  const Place place_of_value = place.entry(key);
+  if (field.message) return {{}, to_native(element_info(field), place_of_value, value)};
+  return {to_scalar(value_type(field), place_of_value, value), nullptr};
 }
 
-std::vector<std::pair<Key, Element>> to_entries(Field& field, py::Borrowed values) {
+std::vector<std::pair<Key, Element>> to_entries(Field& field, const Place& place,
+                                                py::Borrowed values) {
   // A dict of its own: converting an entry may run code that changes `values`.
   const py::Owned dict = py::Owned::steal(PyObject_CallFunctionObjArgs(
       reinterpret_cast<PyObject*>(&PyDict_Type), values.get(), nullptr));
   if (dict.is_null()) {
-    if (!PyErr_ExceptionMatches(PyExc_TypeError)) throw py::PythonError();
-    PyErr_Clear();
-    py::raise(PyExc_TypeError, "%s: expected a mapping, got %.200s",
-              field.descriptor->full_name().c_str(), Py_TYPE(values.get())->tp_name);
+    py::expect_error(PyExc_TypeError);
+    raise_type(place, "a mapping", values);
   }
   std::vector<std::pair<Key, Element>> entries;
   PyObject* key = nullptr;
   PyObject* value = nullptr;
   Py_ssize_t position = 0;
   while (PyDict_Next(dict.get(), &position, &key, &value)) {
-    Key native_key = to_key(field, py::Borrowed(key));
-    entries.emplace_back(std::move(native_key), to_value(field, py::Borrowed(value)));
+    Key native_key = to_key(field, place, py::Borrowed(key));
+    Element element = to_value(field, place, native_key, py::Borrowed(value));
+    entries.emplace_back(std::move(native_key), std::move(element));
   }
   return entries;
 }

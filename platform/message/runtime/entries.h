@@ -19,12 +19,13 @@ inline const google::protobuf::FieldDescriptor& value_type(const Field& field) {
   return *field.descriptor->message_type()->map_value();
 }
 
-// Checked and converted; TypeError or ValueError naming the field. May run Python code.
-Key to_key(const Field& field, py::Borrowed value);
-Element to_value(Field& field, py::Borrowed value);
+// Checked and converted; TypeError or ValueError naming the place of the map. May run Python code.
+Key to_key(const Field& field, const Place& place, py::Borrowed value);
+Element to_value(Field& field, const Place& place, const Key& key, py::Borrowed value);
 
 // All entries of a mapping (what dict() takes), checked before anything is changed.
-std::vector<std::pair<Key, Element>> to_entries(Field& field, py::Borrowed values);
+std::vector<std::pair<Key, Element>> to_entries(Field& field, const Place& place,
+                                                py::Borrowed values);
 
 bool has_entry(const MessageObject& message, const Field& field, const Key& key);
 

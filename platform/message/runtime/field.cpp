@@ -110,65 +110,66 @@ py::Owned get_field(MessageObject& message, Field& field) {
   return get_scalar(*message.native, *field.descriptor);
 }
 
-void set_field(MessageObject& message, Field& field, py::Borrowed value) {
+void set_field(MessageObject& message, Field& field, py::Borrowed value, const Place* around) {
+  const Place place(message, field, around);
   if (field.slot != nullptr) {
-    set_plain(message, *field.slot, value);
+    set_plain(message, *field.slot, place, value);
   } else if (field.map) {
-    assign_map(message, field, value);
+    assign_map(message, field, place, value);
   } else if (field.repeated) {
-    assign_repeated(message, field, value);
+    assign_repeated(message, field, place, value);
   } else if (field.message) {
     Node* part = find_part(message, field);
     if (value.is(part)) {  // to itself: only sets it
       writable(static_cast<MessageObject&>(*part));
     } else {
-      set_message(message, field, to_native(element_info(field), field, value));
+      set_message(message, field, to_native(element_info(field), place, value));
     }
   } else {
-    Scalar scalar = to_scalar(*field.descriptor, {*field.descriptor}, value);
+    Scalar scalar = to_scalar(*field.descriptor, place, value);
     NativeMessage& native = writable(message);
     clear_rivals(message, field);
     set_scalar(native, *field.descriptor, std::move(scalar));
   }
 }
 
-void set_named(MessageObject& message, py::Borrowed name, py::Borrowed value) {
-  Field& field = find_field(*message.info, name);
+void set_named(MessageObject& message, py::Borrowed name, py::Borrowed value, const Place* around) {
+  Field& field = find_field(*message.info, name, around);
   const py::Owned kept = py::Owned::share(value);
-  if (!kept.is_none()) set_field(message, field, kept);
+  if (!kept.is_none()) set_field(message, field, kept, around);
 }
 
-void set_fields(MessageObject& message, py::Borrowed values) {
+void set_fields(MessageObject& message, py::Borrowed values, const Place* around) {
   PyObject* name = nullptr;
   PyObject* value = nullptr;
   Py_ssize_t position = 0;
   while (PyDict_Next(values.get(), &position, &name, &value)) {
-    set_named(message, py::Borrowed(name), py::Borrowed(value));
+    set_named(message, py::Borrowed(name), py::Borrowed(value), around);
   }
 }
 
-std::unique_ptr<NativeMessage> native_of(MessageInfo& info, py::Borrowed values) {
+std::unique_ptr<NativeMessage> native_of(MessageInfo& info, const Place& place,
+                                         py::Borrowed values) {
   if (values.is_null()) return new_native(info);
   const Recursion recursion(" while building a message");
   const py::Owned object = new_message(class_of(info), new_native(info));
   auto& message = *static_cast<MessageObject*>(object.get());
-  set_fields(message, values);
+  set_fields(message, values, &place);
   // Code that ran for a value can hold nothing of a message it never saw.
   return std::unique_ptr<NativeMessage>(std::exchange(message.native, nullptr));
 }
 
-std::unique_ptr<NativeMessage> to_native(MessageInfo& info, const Field& field,
+std::unique_ptr<NativeMessage> to_native(MessageInfo& info, const Place& place,
                                          py::Borrowed value) {
   if (PyDict_Check(value.get())) {
     // A copy: converting the values may run code that changes the dict.
     const py::Owned values = py::checked(PyDict_Copy(value.get()));
-    return native_of(info, values);
+    return native_of(info, place, values);
   }
   if (!is_message(value) || static_cast<MessageObject*>(value.get())->info != &info) {
-    py::raise(PyExc_TypeError, "%s: expected %s, got %.200s", field.descriptor->full_name().c_str(),
-              info.name(), Py_TYPE(value.get())->tp_name);
+    raise_type(place, info.name(), value);
   }
-  return copy_native(info, *static_cast<MessageObject*>(value.get())->native);
+  return copy_native(info, *static_cast<MessageObject*>(value.get())->native, &place);
 }
 
 void add_field_type(py::Borrowed module) {

@@ -2,6 +2,7 @@
 
 #include "descriptors.h"
 #include "message_class.h"
+#include "pickle.h"
 #include "pool.h"
 #include "python/module.h"
 
@@ -69,10 +70,14 @@ PyObject* add_file(PyObject* /*module*/, PyObject* data) {
 
 PyObject* find_class(PyObject* /*module*/, PyObject* name) {
   return py::enter([&] {
-    const pb::Descriptor* type =
-        Pool::instance().find_message(text_argument("message_class()", name));
-    if (type == nullptr) py::raise(PyExc_KeyError, "no message type %R is known", name);
-    return py::Owned::share(py::Borrowed(reinterpret_cast<PyObject*>(class_of(info_of(*type)))));
+    MessageInfo& info = known_type("message_class()", py::Borrowed(name));
+    return py::Owned::share(py::Borrowed(reinterpret_cast<PyObject*>(class_of(info))));
+  });
+}
+
+PyObject* find_descriptor(PyObject* /*module*/, PyObject* name) {
+  return py::enter([&] {
+    return py::Owned::share(py::Borrowed(&known_type("descriptor()", py::Borrowed(name))));
   });
 }
 
@@ -88,14 +93,27 @@ PyMethodDef methods[] = {
 
 }  // namespace
 
+MessageInfo& known_type(const char* function, py::Borrowed full_name) {
+  const pb::Descriptor* type =
+      Pool::instance().find_message(text_argument(function, full_name.get()));
+  if (type == nullptr) py::raise(PyExc_KeyError, "no message type %R is known", full_name.get());
+  return info_of(*type);
+}
+
 PyMethodDef file_functions[] = {
     {"add_file", add_file, METH_O,
      "add_file(serialized)\n--\n\n"
      "Makes a serialised FileDescriptorProto known. The files it imports come first."},
+    {"descriptor", find_descriptor, METH_O,
+     "descriptor(full_name)\n--\n\n"
+     "The MessageDescriptor of a message type of any file that was imported, or of a\n"
+     "well-known type. KeyError: it is not known."},
     {"message_class", find_class, METH_O,
      "message_class(full_name)\n--\n\n"
      "The class of a message type of any file that was imported, or of a well-known type:\n"
      "message_class(\"google.protobuf.Timestamp\"). KeyError: it is not known."},
+    {"_unpickle", unpickle_by_name, METH_VARARGS,
+     "A message from its type's full name and its bytes, as pickles have them."},
     {nullptr, nullptr, 0, nullptr}};
 
 void add_file_type(py::Borrowed module) {

@@ -24,7 +24,14 @@ struct View {
   explicit View(PyObject* view) : self(view) {}
   MessageObject& message() const { return *static_cast<Node*>(self)->parent; }
   Field& field() const { return *static_cast<Node*>(self)->field; }
-  Key key(PyObject* value) const { return to_key(field(), py::Borrowed(value)); }
+  Place place() const { return Place(*static_cast<Node*>(self)); }
+  Key key(PyObject* value) const { return to_key(field(), place(), py::Borrowed(value)); }
+  Element value(const Key& key, PyObject* value) const {
+    return to_value(field(), place(), key, py::Borrowed(value));
+  }
+  std::vector<std::pair<Key, Element>> entries(PyObject* mapping) const {
+    return to_entries(field(), place(), py::Borrowed(mapping));
+  }
   py::Owned get(const Key& key) const { return get_entry(message(), field(), key); }
   bool has(const Key& key) const { return has_entry(message(), field(), key); }
 };
@@ -79,7 +86,7 @@ int assign_subscript(PyObject* self, PyObject* key, PyObject* value) {
       if (!remove_entry(view.message(), view.field(), native)) raise_key_error(key);
       return;
     }
-    Element element = to_value(view.field(), py::Borrowed(value));
+    Element element = view.value(native, value);
     set_entry(view.message(), view.field(), native, std::move(element));
   });
 }
@@ -171,7 +178,7 @@ PyObject* set_default(PyObject* self, PyObject* arguments) {
     const View view(self);
     const Key key = view.key(in.key);
     if (!view.has(key)) {
-      Element element = to_value(view.field(), py::Borrowed(in.fallback));
+      Element element = view.value(key, in.fallback);
       set_entry(view.message(), view.field(), key, std::move(element));
     }
     return view.get(key);
@@ -228,11 +235,9 @@ PyObject* update(PyObject* self, PyObject* arguments, PyObject* keywords) {
     if (!PyArg_ParseTuple(arguments, "|O:update", &mapping)) throw py::PythonError();
     const View view(self);
     std::vector<std::pair<Key, Element>> entries;
-    if (mapping != nullptr) entries = to_entries(view.field(), py::Borrowed(mapping));
+    if (mapping != nullptr) entries = view.entries(mapping);
     if (keywords != nullptr) {
-      for (auto& entry : to_entries(view.field(), py::Borrowed(keywords))) {
-        entries.push_back(std::move(entry));
-      }
+      for (auto& entry : view.entries(keywords)) entries.push_back(std::move(entry));
     }
     update_with(view.message(), view.field(), std::move(entries));
     return none();
@@ -242,7 +247,7 @@ PyObject* update(PyObject* self, PyObject* arguments, PyObject* keywords) {
 PyObject* merge_from(PyObject* self, PyObject* mapping) {
   return py::enter([&] {
     const View view(self);
-    auto entries = to_entries(view.field(), py::Borrowed(mapping));
+    auto entries = view.entries(mapping);
     update_with(view.message(), view.field(), std::move(entries));
     return none();
   });
@@ -297,6 +302,7 @@ void add_type(py::Borrowed module, PyTypeObject& type, const char* name) {
 }  // namespace
 
 py::Owned map_view_of(MessageObject& message, Field& field) {
+  if (field.message) class_of(element_info(field));
   if (Node* held = find_part(message, field)) return py::Owned::share(py::Borrowed(held));
   PyTypeObject& type = field.message ? messages_type : scalars_type;
   py::Owned object = py::checked(PyType_GenericAlloc(&type, 0));
@@ -304,12 +310,12 @@ py::Owned map_view_of(MessageObject& message, Field& field) {
   return object;
 }
 
-void assign_map(MessageObject& message, Field& field, py::Borrowed values) {
+void assign_map(MessageObject& message, Field& field, const Place& place, py::Borrowed values) {
   if (is_view(values)) {
     const View view(values.get());
     if (&view.message() == &message && &view.field() == &field) return;  // to itself
   }
-  auto entries = to_entries(field, values);
+  auto entries = to_entries(field, place, values);
   writable(message);
   for (const Key& key : sorted_keys(message, field)) remove_entry(message, field, key);
   update_with(message, field, std::move(entries));

@@ -11,8 +11,8 @@ namespace vu {
 // The view of a map field: always the same one while Python holds it.
 py::Owned map_view_of(MessageObject& message, Field& field);
 
-// Replaces the entries by those of a mapping.
-void assign_map(MessageObject& message, Field& field, py::Borrowed values);
+// Replaces the entries by those of a mapping; `place` is the field's.
+void assign_map(MessageObject& message, Field& field, const Place& place, py::Borrowed values);
 
 // Makes the two types ready and adds them to `module`.
 void add_map_types(py::Borrowed module);

@@ -1,18 +1,16 @@
 // The methods and slots of vu_message.Message.
 #include "message.h"
 
-#include <google/protobuf/io/coded_stream.h>
-#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
-
-#include <limits>
 #include <utility>
 
 #include "equality.h"
 #include "errors.h"
 #include "field.h"
+#include "json.h"
+#include "message_bytes.h"
 #include "message_class.h"
 #include "native_map.h"
-#include "plain_codec.h"
+#include "pickle.h"
 #include "text.h"
 #include "vu_platform.h"
 
@@ -29,14 +27,7 @@ py::Owned none() { return py::Owned::share(py::Borrowed(Py_None)); }
 // ---- Construction
 
 PyObject* new_empty(PyTypeObject* type, PyObject* /*arguments*/, PyObject* /*keywords*/) {
-  return py::enter([&] {
-    const MessageInfo* info = bound_info(type);
-    if (info == nullptr) {
-      py::raise(PyExc_TypeError, "%.200s is abstract: use a class made by protoc-gen-vu",
-                type->tp_name);
-    }
-    return new_message(type, new_native(*info));
-  });
+  return py::enter([&] { return new_message(type, new_native(concrete_info(type))); });
 }
 
 // A message of another pool of descriptors, by way of its bytes.
@@ -137,8 +128,8 @@ namespace {
 // Another message of the same type. TypeError.
 MessageObject& same_type(const MessageObject& message, PyObject* other) {
   if (!is_message(py::Borrowed(other)) || self_message(other).info != message.info) {
-    py::raise(PyExc_TypeError, "expected %s, got %.200s", message.info->name(),
-              Py_TYPE(other)->tp_name);
+    py::raise(PyExc_TypeError, "%s: expected %s, got %.200s", path_of(message).c_str(),
+              message.info->name(), Py_TYPE(other)->tp_name);
   }
   return self_message(other);
 }
@@ -244,37 +235,6 @@ PyObject* is_initialized(PyObject* self, PyObject*) {
 
 // ---- Bytes
 
-constexpr std::size_t kUsualSize = 200;  // of a message's bytes
-
-void check_size(const MessageObject& message, std::size_t size) {
-  if (size > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
-    py::raise(encode_error, "%s: more than 2 GiB", message.info->name());
-  }
-}
-
-py::Owned serialized(const MessageObject& message, bool deterministic) {
-  std::string plain_bytes;
-  plain_bytes.reserve(kUsualSize);
-  if (plain::serialise(*message.native, *message.info->plain, plain_bytes)) {
-    check_size(message, plain_bytes.size());
-    return py::checked(
-        PyBytes_FromStringAndSize(plain_bytes.data(), static_cast<Py_ssize_t>(plain_bytes.size())));
-  }
-  const std::size_t size = message.native->ByteSizeLong();
-  check_size(message, size);
-  py::Owned bytes = py::checked(PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(size)));
-  auto* start = reinterpret_cast<std::uint8_t*>(PyBytes_AS_STRING(bytes.get()));
-  if (!deterministic) {
-    message.native->SerializeWithCachedSizesToArray(start);
-    return bytes;
-  }
-  pb::io::ArrayOutputStream array(start, static_cast<int>(size));
-  pb::io::CodedOutputStream out(&array);
-  out.SetSerializationDeterministic(true);
-  message.native->SerializeWithCachedSizes(&out);
-  return bytes;
-}
-
 bool deterministic_argument(PyObject* arguments, PyObject* keywords, const char* format) {
   if (PyTuple_GET_SIZE(arguments) == 0 && keywords == nullptr) return false;
   static const char* names[] = {"deterministic", nullptr};
@@ -310,43 +270,11 @@ PyObject* byte_size(PyObject* self, PyObject*) {
   return PyLong_FromSize_t(self_message(self).native->ByteSizeLong());
 }
 
-// The contents of anything with a buffer, as long as it lives.
-class Bytes {
- public:
-  explicit Bytes(PyObject* object) {
-    py::checked(PyObject_GetBuffer(object, &buffer_, PyBUF_SIMPLE));
-  }
-  ~Bytes() { PyBuffer_Release(&buffer_); }
-  Bytes(const Bytes&) = delete;
-  Bytes& operator=(const Bytes&) = delete;
-
-  const void* data() const { return buffer_.buf; }
-  Py_ssize_t size() const { return buffer_.len; }
-
- private:
-  Py_buffer buffer_;
-};
-
-std::unique_ptr<NativeMessage> parsed(const MessageInfo& info, const Bytes& bytes) {
-  std::unique_ptr<NativeMessage> native = new_native(info);
-  const std::string_view text(static_cast<const char*>(bytes.data()),
-                              static_cast<std::size_t>(bytes.size()));
-  if (plain::parse(*native, *info.plain, text)) return native;
-  native = new_native(info);
-  if (bytes.size() > std::numeric_limits<int>::max() ||
-      !native->ParseFrom<NativeMessage::kMergePartial>(pb::StringPiece(
-          static_cast<const char*>(bytes.data()), static_cast<std::size_t>(bytes.size())))) {
-    py::raise(decode_error, "%s: these %zd bytes are no such message", info.name(), bytes.size());
-  }
-  settle_maps(info, *native);
-  return native;
-}
-
 PyObject* parse(PyObject* self, PyObject* data) {
   return py::enter([&] {
     const Bytes bytes(data);
     MessageObject& message = self_message(self);
-    replace_contents(message, parsed(*message.info, bytes));
+    replace_contents(message, parsed(*message.info, bytes.view()));
     return py::checked(PyLong_FromSsize_t(bytes.size()));
   });
 }
@@ -355,7 +283,7 @@ PyObject* merge_bytes(PyObject* self, PyObject* data) {
   return py::enter([&] {
     const Bytes bytes(data);
     MessageObject& message = self_message(self);
-    const std::unique_ptr<NativeMessage> from = parsed(*message.info, bytes);
+    const std::unique_ptr<NativeMessage> from = parsed(*message.info, bytes.view());
     merge(message, *from);
     return py::checked(PyLong_FromSsize_t(bytes.size()));
   });
@@ -364,9 +292,7 @@ PyObject* merge_bytes(PyObject* self, PyObject* data) {
 PyObject* from_string(PyObject* cls, PyObject* data) {
   return py::enter([&] {
     auto* type = reinterpret_cast<PyTypeObject*>(cls);
-    const MessageInfo* info = bound_info(type);
-    if (info == nullptr) py::raise(PyExc_TypeError, "%.200s is abstract", type->tp_name);
-    return new_message(type, parsed(*info, Bytes(data)));
+    return new_message(type, parsed(concrete_info(type), Bytes(data).view()));
   });
 }
 
@@ -404,15 +330,6 @@ PyObject* copy(PyObject* self, PyObject* /*memo*/) {
   return py::enter([&] {
     const MessageObject& message = self_message(self);
     return new_message(Py_TYPE(self), copy_native(*message.info, *message.native));
-  });
-}
-
-PyObject* reduce(PyObject* self, PyObject*) {
-  return py::enter([&] {
-    const py::Owned make = py::checked(
-        PyObject_GetAttrString(reinterpret_cast<PyObject*>(Py_TYPE(self)), "FromString"));
-    const py::Owned bytes = serialized(self_message(self), true);
-    return py::checked(Py_BuildValue("O(O)", make.get(), bytes.get()));
   });
 }
 
@@ -464,6 +381,9 @@ PyMethodDef methods[] = {
      "MergeFromString(data)\n--\n\nMerges the message in the bytes into this one."},
     {"FromString", from_string, METH_O | METH_CLASS,
      "FromString(data)\n--\n\nA new message from bytes."},
+    {"ToJson", py::method_pointer(to_json), METH_VARARGS | METH_KEYWORDS, kToJsonDoc},
+    {"FromJson", py::method_pointer(from_json), METH_VARARGS | METH_KEYWORDS | METH_CLASS,
+     kFromJsonDoc},
     {"MergeFrom", merge_from, METH_O,
      "MergeFrom(other)\n--\n\nSets what is set in other; appends to repeated fields."},
     {"CopyFrom", copy_from, METH_O, "CopyFrom(other)\n--\n\nBecomes equal to other."},
@@ -471,7 +391,7 @@ PyMethodDef methods[] = {
      "SetInParent()\n--\n\nMarks this message as set in the message it is a field of."},
     {"__copy__", copy, METH_NOARGS, "A copy; messages within are copied too."},
     {"__deepcopy__", copy, METH_O, "A copy."},
-    {"__reduce__", reduce, METH_NOARGS, "How the message is pickled: as its bytes."},
+    {"__reduce__", reduce_message, METH_NOARGS, "How the message is pickled: as its bytes."},
     {nullptr, nullptr, 0, nullptr}};
 
 constexpr const char* kDoc =

@@ -18,6 +18,7 @@
 #include <memory>
 
 #include "descriptors.h"
+#include "place.h"
 
 namespace vu {
 
@@ -66,9 +67,10 @@ inline std::unique_ptr<NativeMessage> new_native(const MessageInfo& info) {
   return std::unique_ptr<NativeMessage>(info.prototype->New());
 }
 
-// A copy of a message of the same type; `from` may be part of any tree. ValueError: it has
-// more messages within each other than can be read from bytes.
-std::unique_ptr<NativeMessage> copy_native(const MessageInfo& info, const NativeMessage& from);
+// A copy of a message of the same type, for use at a place; `from` may be part of any tree.
+// ValueError: it has more messages within each other than can be read from bytes.
+std::unique_ptr<NativeMessage> copy_native(const MessageInfo& info, const NativeMessage& from,
+                                           const Place* place = nullptr);
 
 // ValueError where wrappers of what `field` holds would be of deeper parts than can be
 // parsed. So what is built with wrappers can be read back, and chains of parents are short.

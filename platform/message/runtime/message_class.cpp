@@ -8,6 +8,8 @@
 
 namespace vu {
 
+namespace pb = google::protobuf;
+
 PyTypeObject message_meta = py::static_type("vu_message.MessageType", sizeof(MessageClass));
 MessageClass message_base;
 
@@ -69,7 +71,20 @@ PyObject* new_class(PyTypeObject* meta, PyObject* arguments, PyObject* keywords)
 
 }  // namespace
 
-PyTypeObject* class_of(MessageInfo& info) {
+MessageInfo& concrete_info(PyTypeObject* type) {
+  MessageInfo* const info = bound_info(type);
+  if (info == nullptr) {
+    py::raise(PyExc_TypeError, "%.200s is abstract: use a class made by protoc-gen-vu",
+              type->tp_name);
+  }
+  return *info;
+}
+
+PyTypeObject* make_class(MessageInfo& info) {
+  if (info.descriptor->file()->pool() == pb::DescriptorPool::generated_pool()) {
+    // Binds its classes to the well-known types, this one perhaps among them.
+    const py::Owned module = py::checked(PyImport_ImportModule("vu_well_known"));
+  }
   if (info.cls == nullptr) {
     const py::Owned body = py::checked(PyDict_New());
     const py::Owned module = py::checked(PyUnicode_FromString("vu_message"));
@@ -80,6 +95,7 @@ PyTypeObject* class_of(MessageInfo& info) {
     const py::Owned made = py::checked(PyObject_CallFunction(
         reinterpret_cast<PyObject*>(&message_meta), const_cast<char*>("s(O)O"),
         info.descriptor->name().c_str(), message_type(), body.get()));
+    reinterpret_cast<MessageClass*>(made.get())->made_here = true;
   }
   return reinterpret_cast<PyTypeObject*>(info.cls);
 }

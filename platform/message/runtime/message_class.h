@@ -12,6 +12,7 @@ namespace vu {
 struct MessageClass {
   PyHeapTypeObject heap;
   MessageInfo* info;  // null for Message itself, which is abstract
+  bool made_here;     // no module has it under its name
 };
 
 extern PyTypeObject message_meta;
@@ -29,9 +30,21 @@ inline MessageInfo* bound_info(PyTypeObject* type) {
   return reinterpret_cast<MessageClass*>(type)->info;
 }
 
-// The wrapper class of a message type; borrowed, kept for good. Where no module was
-// generated for the type (the well-known types), one is made on first use.
-PyTypeObject* class_of(MessageInfo& info);
+inline bool is_made_here(PyTypeObject* type) {
+  return reinterpret_cast<MessageClass*>(type)->made_here;
+}
+
+// The message type of a class. TypeError: it is abstract.
+MessageInfo& concrete_info(PyTypeObject* type);
+
+// The wrapper class of a message type; borrowed, kept for good. On first use it may have to be
+// imported (the well-known types) or made (where no module was generated), which may run Python
+// code: whoever is about to point to native messages calls it before.
+PyTypeObject* make_class(MessageInfo& info);
+inline PyTypeObject* class_of(MessageInfo& info) {
+  if (info.cls == nullptr) return make_class(info);
+  return reinterpret_cast<PyTypeObject*>(info.cls);
+}
 
 // Makes the two types ready and adds them to `module`.
 void add_message_types(py::Borrowed module);

@@ -33,8 +33,8 @@ py::Owned get_plain(const NativeMessage& message, const plain::Slot& slot) {
   }
 }
 
-void set_plain(MessageObject& message, const plain::Slot& slot, py::Borrowed value) {
-  const Place place{*slot.field};
+void set_plain(MessageObject& message, const plain::Slot& slot, const Place& place,
+               py::Borrowed value) {
   if (slot.field->cpp_type() == Type::CPPTYPE_STRING) {
     const std::string_view text = to_text(*slot.field, place, value);
     plain::write_text(writable(message), slot, text.data(), text.size());

@@ -29,6 +29,8 @@ class Pool {
     return pool_.FindMessageTypeByName(full_name);
   }
 
+  const google::protobuf::DescriptorPool& descriptors() const { return pool_; }
+
   // The empty message of a type; lives as long as the pool.
   const google::protobuf::Message& prototype(const google::protobuf::Descriptor& type) {
     return *factory_.GetPrototype(&type);

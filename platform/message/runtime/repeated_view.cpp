@@ -20,6 +20,8 @@ bool is_view(py::Borrowed object) {
   return Py_TYPE(object.get()) == &scalars_type || Py_TYPE(object.get()) == &messages_type;
 }
 
+[[noreturn]] void raise_out_of_range() { py::raise(PyExc_IndexError, "list index out of range"); }
+
 // What a view refers to. Python code that runs in between (__index__, __eq__, a key
 // function) may move the view to another message and change the number of elements, so
 // both are read afresh each time.
@@ -30,9 +32,10 @@ struct View {
 
   MessageObject& message() const { return *static_cast<Node*>(self)->parent; }
   Field& field() const { return *static_cast<Node*>(self)->field; }
+  Place place() const { return Place(*static_cast<Node*>(self)); }
   int count() const { return element_count(message(), field()); }
   py::Owned at(int index) const {
-    if (index >= count()) py::raise(PyExc_IndexError, "list index out of range");
+    if (index >= count()) raise_out_of_range();
     return get_element(message(), field(), index);
   }
   void retain(const std::vector<bool>& keep) const { retain_elements(message(), field(), keep); }
@@ -56,7 +59,7 @@ int position(const View& view, py::Borrowed index) {
   if (value == -1 && PyErr_Occurred() != nullptr) throw py::PythonError();
   const int count = view.count();
   if (value < 0) value += count;
-  if (value < 0 || value >= count) py::raise(PyExc_IndexError, "list index out of range");
+  if (value < 0 || value >= count) raise_out_of_range();
   return static_cast<int>(value);
 }
 
@@ -85,7 +88,7 @@ void remove_slice(const View& view, const Slice& slice) {
 }
 
 void assign_slice(const View& view, PyObject* indices, py::Borrowed values) {
-  std::vector<Element> elements = to_elements(view.field(), values);
+  std::vector<Element> elements = to_elements(view.field(), view.place(), values);
   const Slice slice(view, indices);  // now: converting may have changed the count
   if (slice.step == 1) {
     remove_slice(view, slice);
@@ -167,8 +170,9 @@ int assign_subscript(PyObject* self, PyObject* index, PyObject* value) {
       return;
     }
     if (value != nullptr) {
-      Element element = to_element(view.field(), py::Borrowed(value));
       const int at = position(view, py::Borrowed(index));
+      Element element = to_element(view.field(), view.place().element(at), py::Borrowed(value));
+      if (at >= view.count()) raise_out_of_range();  // converting may have changed the count
       set_element(view.message(), view.field(), at, std::move(element));
       return;
     }
@@ -212,7 +216,8 @@ py::Owned none() { return py::Owned::share(py::Borrowed(Py_None)); }
 PyObject* append(PyObject* self, PyObject* value) {
   return py::enter([&] {
     const View view(self);
-    Element element = to_element(view.field(), py::Borrowed(value));
+    const Place place = view.place().element(view.count());
+    Element element = to_element(view.field(), place, py::Borrowed(value));
     add_element(view.message(), view.field(), std::move(element));
     return none();
   });
@@ -220,7 +225,7 @@ PyObject* append(PyObject* self, PyObject* value) {
 
 void extend_with(PyObject* self, py::Borrowed values) {
   const View view(self);
-  std::vector<Element> elements = to_elements(view.field(), values);
+  std::vector<Element> elements = to_elements(view.field(), view.place(), values);
   insert_elements(view.message(), view.field(), view.count(), std::move(elements));
 }
 
@@ -244,8 +249,9 @@ PyObject* insert(PyObject* self, PyObject* arguments) {
     PyObject* value = nullptr;
     if (!PyArg_ParseTuple(arguments, "nO:insert", &index, &value)) throw py::PythonError();
     const View view(self);
+    const Place place = view.place().element(clamped(index, view.count()));
     std::vector<Element> elements;
-    elements.push_back(to_element(view.field(), py::Borrowed(value)));
+    elements.push_back(to_element(view.field(), place, py::Borrowed(value)));
     insert_elements(view.message(), view.field(), clamped(index, view.count()),
                     std::move(elements));
     return none();
@@ -349,7 +355,7 @@ PyObject* sort(PyObject* self, PyObject* arguments, PyObject* keywords) {
     if (view.field().message) {
       arrange(view, list);
     } else {
-      assign_repeated(view.message(), view.field(), list);
+      assign_repeated(view.message(), view.field(), view.place(), list);
     }
     return none();
   });
@@ -367,7 +373,8 @@ PyObject* add(PyObject* self, PyObject* arguments, PyObject* keywords) {
     }
     const View view(self);
     check_depth(view.message(), view.field());
-    Element element{{}, native_of(element_info(view.field()), py::Borrowed(keywords))};
+    const Place place = view.place().element(view.count());
+    Element element{{}, native_of(element_info(view.field()), place, py::Borrowed(keywords))};
     add_element(view.message(), view.field(), std::move(element));
     return view.at(view.count() - 1);
   });
@@ -418,6 +425,7 @@ void add_type(py::Borrowed module, PyTypeObject& type, const char* name) {
 }  // namespace
 
 py::Owned repeated_view_of(MessageObject& message, Field& field) {
+  if (field.message) class_of(element_info(field));
   if (Node* held = find_part(message, field)) return py::Owned::share(py::Borrowed(held));
   PyTypeObject& type = field.message ? messages_type : scalars_type;
   py::Owned object = py::checked(PyType_GenericAlloc(&type, 0));
@@ -425,12 +433,13 @@ py::Owned repeated_view_of(MessageObject& message, Field& field) {
   return object;
 }
 
-void assign_repeated(MessageObject& message, Field& field, py::Borrowed values) {
+void assign_repeated(MessageObject& message, Field& field, const Place& place,
+                     py::Borrowed values) {
   if (is_view(values)) {
     const View view(values.get());
     if (&view.message() == &message && &view.field() == &field) return;  // to itself
   }
-  std::vector<Element> elements = to_elements(field, values);
+  std::vector<Element> elements = to_elements(field, place, values);
   retain_elements(
       message, field,
       std::vector<bool>(static_cast<std::size_t>(element_count(message, field)), false));

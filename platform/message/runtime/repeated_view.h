@@ -11,8 +11,8 @@ namespace vu {
 // The view of a repeated field: always the same one while Python holds it.
 py::Owned repeated_view_of(MessageObject& message, Field& field);
 
-// Replaces the elements by those of an iterable.
-void assign_repeated(MessageObject& message, Field& field, py::Borrowed values);
+// Replaces the elements by those of an iterable; `place` is the field's.
+void assign_repeated(MessageObject& message, Field& field, const Place& place, py::Borrowed values);
 
 // Makes the two types ready and adds them to `module`.
 void add_repeated_types(py::Borrowed module);

@@ -12,12 +12,12 @@ namespace vu {
 namespace pb = google::protobuf;
 using Type = pb::FieldDescriptor;
 
-namespace {
-
-[[noreturn]] void raise_type(const Place& place, const char* expected, py::Borrowed value) {
+void raise_type(const Place& place, const char* expected, py::Borrowed value) {
   py::raise(PyExc_TypeError, "%s: expected %s, got %.200s", place.text().c_str(), expected,
             Py_TYPE(value.get())->tp_name);
 }
+
+namespace {
 
 [[noreturn]] void raise_range(const Type& type, const Place& place, py::Borrowed value) {
   py::raise(PyExc_ValueError, "%s: value out of range for %s: %R", place.text().c_str(),
@@ -56,8 +56,7 @@ std::uint64_t to_unsigned(const Type& type, const Place& place, py::Borrowed val
   }
   const unsigned long long large = PyLong_AsUnsignedLongLong(number.get());
   if (PyErr_Occurred() != nullptr) {
-    if (!PyErr_ExceptionMatches(PyExc_OverflowError)) throw py::PythonError();
-    PyErr_Clear();
+    py::expect_error(PyExc_OverflowError);
     raise_range(type, place, number);
   }
   return large;
@@ -70,8 +69,7 @@ double to_real(const Type& type, const Place& place, py::Borrowed value) {
   if (!real) raise_type(place, "a number", value);
   const double result = PyFloat_AsDouble(value.get());
   if (result == -1.0 && PyErr_Occurred() != nullptr) {
-    if (!PyErr_ExceptionMatches(PyExc_OverflowError)) throw py::PythonError();
-    PyErr_Clear();
+    py::expect_error(PyExc_OverflowError);
     raise_range(type, place, value);
   }
   if (type.cpp_type() == Type::CPPTYPE_FLOAT && std::isfinite(result) &&
@@ -146,8 +144,7 @@ std::string_view to_text(const Type& type, const Place& place, py::Borrowed valu
   Py_ssize_t size = 0;
   const char* text = PyUnicode_AsUTF8AndSize(value.get(), &size);
   if (text == nullptr) {
-    if (!PyErr_ExceptionMatches(PyExc_UnicodeEncodeError)) throw py::PythonError();
-    PyErr_Clear();
+    py::expect_error(PyExc_UnicodeEncodeError);
     py::raise(PyExc_ValueError, "%s: not encodable as UTF-8: %A", place.text().c_str(),
               value.get());
   }
@@ -160,11 +157,10 @@ py::Owned from_text(const Type& type, const std::string& value) {
     return py::checked(PyBytes_FromStringAndSize(value.data(), size));
   }
   py::Owned text = py::Owned::steal(PyUnicode_DecodeUTF8(value.data(), size, nullptr));
-  if (text.is_null() && PyErr_ExceptionMatches(PyExc_UnicodeDecodeError)) {
-    PyErr_Clear();
+  if (text.is_null()) {
+    py::expect_error(PyExc_UnicodeDecodeError);
     py::raise(PyExc_ValueError, "%s: the bytes received are not UTF-8", type.full_name().c_str());
   }
-  if (text.is_null()) throw py::PythonError();
   return text;
 }
 

@@ -8,17 +8,13 @@
 #include <string>
 #include <string_view>
 
+#include "place.h"
 #include "python/error.h"
 
 namespace vu {
 
-// Where a value is used, for errors: "demo.Counter.hits", "demo.Counter.labels key".
-struct Place {
-  const google::protobuf::FieldDescriptor& field;
-  const char* part = "";
-
-  std::string text() const { return field.full_name() + part; }
-};
+// TypeError: "PLACE: expected EXPECTED, got the type of `value`".
+[[noreturn]] void raise_type(const Place& place, const char* expected, py::Borrowed value);
 
 // A checked value on its way into a message: the member that its type uses.
 struct Scalar {

@@ -27,8 +27,7 @@ py::Owned text_of_string(const pb::FieldDescriptor& field, const std::string& va
   if (field.type() == pb::FieldDescriptor::TYPE_STRING) {
     const py::Owned text = py::Owned::steal(PyUnicode_DecodeUTF8(value.data(), size, nullptr));
     if (!text.is_null()) return repr_of(text);
-    if (!PyErr_ExceptionMatches(PyExc_UnicodeDecodeError)) throw py::PythonError();
-    PyErr_Clear();
+    py::expect_error(PyExc_UnicodeDecodeError);
   }
   return repr_of(py::checked(PyBytes_FromStringAndSize(value.data(), size)));
 }

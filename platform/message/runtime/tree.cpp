@@ -201,12 +201,13 @@ bool deeper_than(const NativeMessage& message, int levels) {
 
 }  // namespace
 
-std::unique_ptr<NativeMessage> copy_native(const MessageInfo& info, const NativeMessage& from) {
+std::unique_ptr<NativeMessage> copy_native(const MessageInfo& info, const NativeMessage& from,
+                                           const Place* place) {
   // Copies within copies would come to be deeper than the stack. What is deeper than this
   // could not be read from its own bytes either, a message with so many others within.
   if (info.endless && deeper_than(from, kMostDepth + 1)) {
-    py::raise(PyExc_ValueError, "%s: more than %d messages within each other", info.name(),
-              kMostDepth);
+    py::raise(PyExc_ValueError, "%s: more than %d messages within each other",
+              place == nullptr ? info.name() : place->text().c_str(), kMostDepth);
   }
   std::unique_ptr<NativeMessage> copy = new_native(info);
   settle_maps(info, const_cast<NativeMessage&>(from));  // changes no value
@@ -224,6 +225,7 @@ void check_depth(const MessageObject& parent, const Field& field) {
 }
 
 py::Owned part_of(MessageObject& parent, Field& field) {
+  class_of(element_info(field));
   if (Node* held = find_part(parent, field)) return py::Owned::share(py::Borrowed(held));
   check_depth(parent, field);
   Held& held = held_by(parent);
