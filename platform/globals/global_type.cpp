@@ -186,6 +186,37 @@ PyObject* reduce(PyObject* self, PyObject*) {
   });
 }
 
+// What a number of vu_platform_stats is called, in the order of the dict.
+struct Statistic {
+  const char* name;
+  std::uint64_t vu_platform_stats::*number;
+};
+
+constexpr Statistic kStatistics[] = {{"commands", &vu_platform_stats::commands},
+                                     {"refused", &vu_platform_stats::refused},
+                                     {"replies", &vu_platform_stats::replies},
+                                     {"errors", &vu_platform_stats::errors},
+                                     {"events", &vu_platform_stats::events},
+                                     {"missed", &vu_platform_stats::missed},
+                                     {"reconnects", &vu_platform_stats::reconnects},
+                                     {"waiting", &vu_platform_stats::waiting},
+                                     {"pending", &vu_platform_stats::pending},
+                                     {"unsent_bytes", &vu_platform_stats::unsent_bytes}};
+
+PyObject* stats(PyObject* self, PyObject*) {
+  return py::enter([&] {
+    link_of(self);
+    vu_platform_stats found;
+    vu_platform_stats_of(global_of(self).handle, &found);
+    py::Owned dict = py::checked(PyDict_New());
+    for (const Statistic& statistic : kStatistics) {
+      const py::Owned number = py::checked(PyLong_FromUnsignedLongLong(found.*statistic.number));
+      py::checked(PyDict_SetItemString(dict.get(), statistic.name, number.get()));
+    }
+    return dict;
+  });
+}
+
 // ---- Attributes -----------------------------------------------------------------------
 
 PyObject* get_apps(PyObject* self, void*) {
@@ -210,6 +241,10 @@ PyObject* get_store(PyObject* self, void*) {
   return py::enter([&] { return py::Owned::share(link_of(self).store()); });
 }
 
+PyObject* get_store_text(PyObject* self, void*) {
+  return py::enter([&] { return py::Owned::share(link_of(self).store_text()); });
+}
+
 PyObject* get_closed(PyObject* self, void*) {
   return py::enter([&] { return py::checked(PyBool_FromLong(link_of(self).is_closed())); });
 }
@@ -219,7 +254,7 @@ PyObject* represent(PyObject* self) {
     const char* const name = Py_TYPE(self)->tp_name;
     const Link* const link = global_of(self).link;
     if (link == nullptr) return py::checked(PyUnicode_FromFormat("<%s, not initialised>", name));
-    return py::checked(PyUnicode_FromFormat("<%s of store %R, %s>", name, link->store().get(),
+    return py::checked(PyUnicode_FromFormat("<%s of store %R, %s>", name, link->store_text().get(),
                                             link->is_closed() ? "closed" : "open"));
   });
 }
@@ -243,6 +278,15 @@ PyMethodDef methods[] = {
     {"stop", stop, METH_NOARGS, "stop()\n--\n\nEnd the loop: thread_master.stop()."},
     {"fileno", fileno, METH_NOARGS,
      "fileno()\n--\n\nThe descriptor of the event loop: thread_master.fileno()."},
+    {"stats", stats, METH_NOARGS,
+     "stats()\n--\n\n"
+     "What the store handle has done since it was opened, a dict of ints.\n\n"
+     "Of this VuGlobal: 'commands' accepted, 'refused' (an exception was raised), 'replies'\n"
+     "delivered and how many of them were 'errors', 'events' delivered, 'missed' (events that\n"
+     "say that others may be missing), and 'waiting', replies and events not delivered yet.\n"
+     "Of the store, for all that share its connections, and 0 for an embedded one:\n"
+     "'reconnects', and 'pending' commands without an answer and 'unsent_bytes' at this\n"
+     "moment. After close() the counters stay as they were."},
     {"_advance_clock", advance_clock, METH_O,
      "_advance_clock(seconds)\n--\n\n"
      "For tests: stop the store's clock at the first call and move it on by so many seconds."},
@@ -258,6 +302,8 @@ PyGetSetDef attributes[] = {
     py::attribute("apps", get_apps, nullptr, "The registered applications, a tuple."),
     py::attribute("thread_master", get_thread_master, nullptr, "The event loop."),
     py::attribute("store", get_store, nullptr, "The store that was opened, as it was named."),
+    py::attribute("store_text", get_store_text, nullptr,
+                  "The store without its password, to be shown to people."),
     py::attribute("closed", get_closed, nullptr, "Whether close() was called."),
     {nullptr, nullptr, nullptr, nullptr, nullptr}};
 

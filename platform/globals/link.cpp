@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <new>
+#include <string>
 
 namespace vu_global {
 
@@ -20,6 +23,12 @@ std::vector<Link*>& open_links() {
 
 bool is_after_exit_handlers = false;
 
+py::Owned without_password(const char* store) {
+  std::string text(2 * std::strlen(store) + 8, '\0');
+  if (vu_platform_store_text(store, text.data(), text.size()) != VU_MOM_OK) throw std::bad_alloc();
+  return py::checked(PyUnicode_FromString(text.c_str()));
+}
+
 }  // namespace
 
 Link::Link(Global& self, py::Borrowed store) : self_(self), store_(py::Owned::share(store)) {
@@ -27,10 +36,10 @@ Link::Link(Global& self, py::Borrowed store) : self_(self), store_(py::Owned::sh
   const py::Owned bytes = py::checked(PyUnicode_AsUTF8String(store.get()));
   char* text = nullptr;
   if (PyBytes_AsStringAndSize(bytes.get(), &text, nullptr) < 0) {
-    if (!PyErr_ExceptionMatches(PyExc_ValueError)) throw py::PythonError();
-    PyErr_Clear();
+    py::expect_error(PyExc_ValueError);
     py::raise(PyExc_ValueError, "store must not contain a null character");
   }
+  store_text_ = without_password(text);
   open_links().push_back(this);
   is_listed_ = true;
   try {
@@ -48,7 +57,8 @@ Link::Link(Global& self, py::Borrowed store) : self_(self), store_(py::Owned::sh
       throw py::PythonError();
     }
     if (self.handle == nullptr) {
-      py::raise(PyExc_ValueError, "store %R cannot be opened: %s", store.get(), reason.data());
+      py::raise(PyExc_ValueError, "store %R cannot be opened: %s", store_text_.get(),
+                reason.data());
     }
   } catch (const py::PythonError&) {
     let_go();

@@ -49,6 +49,7 @@ class Link {
   bool is_closed() const { return is_closed_; }
   PyObject* self() const { return reinterpret_cast<PyObject*>(&self_); }
   py::Borrowed store() const { return store_; }
+  py::Borrowed store_text() const { return store_text_; }  // for people, without a password
 
   void add_app(py::Borrowed app);  // keeps it, once
   const std::vector<py::Owned>& apps() const { return apps_; }
@@ -70,6 +71,7 @@ class Link {
 
   Global& self_;
   py::Owned store_;
+  py::Owned store_text_;
   std::vector<py::Owned> apps_;
   vu_thread_source* source_ = nullptr;  // null: not in the loop (any more)
   bool is_delivering_ = false;

@@ -1,7 +1,7 @@
 """VuGlobal: opens the store, drives it in the event loop and keeps the applications."""
 
 from types import TracebackType
-from typing import Any, Optional, Tuple, Type, TypeVar
+from typing import Any, Dict, Optional, Tuple, Type, TypeVar
 
 from vu_thread import VuThreadMaster
 
@@ -23,6 +23,9 @@ class VuGlobal:
     def store(self) -> str:
         """The store that was opened, as it was named."""
     @property
+    def store_text(self) -> str:
+        """The store without its password, to be shown to people."""
+    @property
     def closed(self) -> bool:
         """Whether close() was called."""
     def regist_app(self, app: object, /) -> None:
@@ -37,6 +40,16 @@ class VuGlobal:
         """End the loop: thread_master.stop()."""
     def fileno(self) -> int:
         """The descriptor of the event loop: thread_master.fileno()."""
+    def stats(self) -> Dict[str, int]:
+        """What the store handle has done since it was opened.
+
+        Of this VuGlobal: 'commands' accepted, 'refused' (an exception was raised), 'replies'
+        delivered and how many of them were 'errors', 'events' delivered, 'missed' (events that
+        say that others may be missing), and 'waiting', replies and events not delivered yet.
+        Of the store, for all that share its connections, and 0 for an embedded one:
+        'reconnects', and 'pending' commands without an answer and 'unsent_bytes' at this
+        moment. After close() the counters stay as they were.
+        """
     def __enter__(self: _Global) -> _Global: ...
     def __exit__(
         self,

@@ -120,6 +120,11 @@ typedef void (*vu_platform_wake)(void *user);
 vu_mom_handle *vu_platform_open(const char *store, struct uv_loop_s *loop, vu_platform_wake wake,
                                 void *user, char *error, size_t error_size);
 
+/* Writes what may be shown of `store` into `text`, with a final 0: the same with "***" in the
+ * place of a password, which needs less than 8 bytes and twice those of `store`. VU_MOM_OK;
+ * VU_MOM_BAD_INPUT where `size` is too small; or VU_MOM_NO_MEMORY. Does not look whether there is such a store. */
+int32_t vu_platform_store_text(const char *store, char *text, size_t size);
+
 /* Sends what was issued since the last call, and delivers at most `most` replies and events,
  * oldest first, by calling their callbacks.
  * Returns 1 if more are waiting, else 0. May be called from inside a callback; then it
@@ -138,6 +143,25 @@ void vu_platform_close(vu_mom_handle *handle);
 /* Frees a closed handle. What was not delivered by then is dropped undelivered. Inside
  * a delivery of this handle the memory is kept until that delivery returns. */
 void vu_platform_free(vu_mom_handle *handle);
+
+/* What a handle has done since it was opened, and what it has before it. Counters only grow;
+ * what one process does with several handles is the sum. A closed handle keeps its counters. */
+typedef struct vu_platform_stats {
+  uint64_t commands;     /* accepted, subscriptions included */
+  uint64_t refused;      /* calls of commands with another status than VU_MOM_OK */
+  uint64_t replies;      /* delivered, each object of a scan or a level and its end */
+  uint64_t errors;       /* of the replies: those with an error */
+  uint64_t events;       /* delivered, ends of subscriptions included */
+  uint64_t missed;       /* events delivered that say that others may be missing */
+  uint64_t reconnects;   /* of the store: connections that were lost and are back */
+  uint64_t waiting;      /* now: replies and events to be delivered */
+  uint64_t pending;      /* now, of the store: commands without an answer, its own included */
+  uint64_t unsent_bytes; /* now, of the store: bytes of commands not sent yet */
+} vu_platform_stats;
+
+/* "Of the store" is what all handles share that use the same server on the same loop; 0 for
+ * an embedded store. Costs nothing to speak of, and cannot fail. */
+void vu_platform_stats_of(const vu_mom_handle *handle, vu_platform_stats *stats);
 
 /* Where the library checks its callers' threads: `lock_is_held` says whether the calling
  * thread holds the interpreter lock, and is asked at each call from now on. Null (as long

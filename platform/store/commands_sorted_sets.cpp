@@ -72,7 +72,7 @@ VU_STORE_EXPORT int32_t vu_mom_zadd(vu_mom_handle* handle, int32_t db, const dou
                                     const vu_mom_message* messages, int32_t count,
                                     vu_mom_reply_cb callback, void* privdata) {
   VU_STORE_ENTRY();
-  return vu::store::run_call([&] {
+  return vu::store::run_call(handle, [&] {
     Request request(Command::kZadd);
     request.receiver = reply_to(callback, privdata);
     require(count >= 0 && (count == 0 || (scores != nullptr && messages != nullptr)));
@@ -91,7 +91,7 @@ VU_STORE_EXPORT int32_t vu_mom_zrem(vu_mom_handle* handle, int32_t db, vu_mom_me
                                     int32_t count, vu_mom_reply_cb callback, void* privdata) {
   VU_STORE_ENTRY();
   const std::unique_ptr<vu_mom_message[], decltype(&std::free)> taken(messages, &std::free);
-  return vu::store::run_call([&] {
+  return vu::store::run_call(handle, [&] {
     Request request(Command::kZrem);
     request.receiver = reply_to(callback, privdata);
     require(count >= 0 && (count == 0 || messages != nullptr));

@@ -33,7 +33,7 @@ using vu::store::reply_to;
 
 VU_STORE_EXPORT int32_t vu_mom_debug_show_all(vu_mom_handle* handle) {
   VU_STORE_ENTRY();
-  return vu::store::run_call([&]() -> int32_t {
+  return vu::store::run_call(handle, [&]() -> int32_t {
     if (handle == nullptr || handle->closed()) return VU_MOM_FAILED;
     handle->engine().show(stdout);
     std::fprintf(stdout, "this handle: %zu waiting to be delivered\n", handle->waiting());

@@ -70,8 +70,14 @@ void deliver(const Receiver& receiver, const Notice& notice) noexcept {
   }
 }
 
-Delivery::Progress ReplyDelivery::step() noexcept {
-  deliver(receiver_, notice_);
+void deliver_reply(const Receiver& receiver, const Notice& notice, Counters& counters) noexcept {
+  ++counters.replies;
+  if (notice.status != VU_MOM_OK) ++counters.errors;
+  deliver(receiver, notice);
+}
+
+Delivery::Progress ReplyDelivery::step(Counters& counters) noexcept {
+  deliver_reply(receiver_, notice_, counters);
   return Progress::kDone;
 }
 
@@ -80,9 +86,9 @@ void ReplyDelivery::fail(const char* reason) noexcept {
   make_error(notice_, reason);
 }
 
-Delivery::Progress LevelDelivery::step() noexcept {
+Delivery::Progress LevelDelivery::step(Counters& counters) noexcept {
   if (delivered_ == identities_.size()) {
-    deliver(receiver_, last_);
+    deliver_reply(receiver_, last_, counters);
     return Progress::kDone;
   }
   Notice one;
@@ -96,7 +102,7 @@ Delivery::Progress LevelDelivery::step() noexcept {
     one.status = VU_MOM_NO_MEMORY;
   }
   ++delivered_;
-  deliver(receiver_, one);
+  deliver_reply(receiver_, one, counters);
   return delivered_ % kBatch == 0 ? Progress::kPause : Progress::kMore;
 }
 
@@ -106,12 +112,15 @@ void LevelDelivery::fail(const char* reason) noexcept {
   make_error(last_, reason);
 }
 
-Delivery::Progress EventDelivery::step() noexcept {
+Delivery::Progress EventDelivery::step(Counters& counters) noexcept {
+  // An event has an error where others may be missing, and nowhere else.
+  ++(notice_->status == VU_MOM_OK ? counters.events : counters.missed);
   deliver(subscription_->receiver, *notice_);
   return Progress::kDone;
 }
 
-Delivery::Progress EndDelivery::step() noexcept {
+Delivery::Progress EndDelivery::step(Counters& counters) noexcept {
+  ++counters.events;
   deliver(receiver_, notice_);
   return Progress::kDone;
 }

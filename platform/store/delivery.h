@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "byte_list.h"
+#include "counters.h"
 #include "notice.h"
 #include "subscription.h"
 
@@ -26,8 +27,8 @@ class Delivery {
   Delivery& operator=(const Delivery&) = delete;
   virtual ~Delivery();
 
-  // Calls the callback, once. Whatever goes wrong is told to the callback.
-  virtual Progress step() noexcept = 0;
+  // Calls the callback, once, and counts that. Whatever goes wrong is told to the callback.
+  virtual Progress step(Counters& counters) noexcept = 0;
 
   // Only an end with this reason is to be delivered any more, by one step. Events and
   // ends stay what they are.
@@ -65,13 +66,15 @@ class DeliveryQueue {
 
 // Calls `receiver` with the record of `notice`.
 void deliver(const Receiver& receiver, const Notice& notice) noexcept;
+// The same with a reply, which is counted.
+void deliver_reply(const Receiver& receiver, const Notice& notice, Counters& counters) noexcept;
 
 // One reply.
 class ReplyDelivery : public Delivery {
  public:
   ReplyDelivery(const Receiver& receiver, Notice notice)
       : receiver_(receiver), notice_(std::move(notice)) {}
-  Progress step() noexcept override;
+  Progress step(Counters& counters) noexcept override;
   void fail(const char* reason) noexcept override;
 
  private:
@@ -92,7 +95,7 @@ class LevelDelivery : public Delivery {
     identities_ = std::move(identities);
     last_ = std::move(last);
   }
-  Progress step() noexcept override;
+  Progress step(Counters& counters) noexcept override;
   void fail(const char* reason) noexcept override;
 
  private:
@@ -107,7 +110,7 @@ class EventDelivery : public Delivery {
  public:
   EventDelivery(std::shared_ptr<Subscription> subscription, std::shared_ptr<const Notice> notice)
       : subscription_(std::move(subscription)), notice_(std::move(notice)) {}
-  Progress step() noexcept override;
+  Progress step(Counters& counters) noexcept override;
   void fail(const char*) noexcept override {}
 
  private:
@@ -121,7 +124,7 @@ class EndDelivery : public Delivery {
   EndDelivery(const Receiver& receiver, Notice notice)
       : receiver_(receiver), notice_(std::move(notice)) {}
   void set_time(std::int64_t time_us) { notice_.time_us = time_us; }
-  Progress step() noexcept override;
+  Progress step(Counters& counters) noexcept override;
   void fail(const char* reason) noexcept override;
 
  private:

@@ -19,6 +19,13 @@ namespace vu::store {
 
 class Session;
 
+// What is on its way between an engine and servers; nothing where there are none.
+struct Traffic {
+  std::uint64_t pending = 0;  // commands without a reply
+  std::uint64_t unsent_bytes = 0;
+  std::uint64_t reconnects = 0;  // connections that were lost and are back, since the beginning
+};
+
 class Engine {
  public:
   Engine() = default;
@@ -41,6 +48,8 @@ class Engine {
   // posts the ends of its subscriptions behind that, each failed with `reason`, and lets
   // go of the store. No other call follows.
   virtual void close(const char* reason) noexcept = 0;
+
+  virtual Traffic traffic() const { return {}; }
 
   // A picture of the store for a person who debugs.
   virtual void show(std::FILE* out) = 0;

@@ -12,7 +12,9 @@ namespace vu::store {
 
 using google::protobuf::Message;
 
-std::int32_t answer_with_status(std::int32_t (*run)(void*), void* context) noexcept {
+namespace {
+
+std::int32_t status_of(std::int32_t (*run)(void*), void* context) noexcept {
   try {
     return run(context);
   } catch (const Refused& refused) {
@@ -24,6 +26,15 @@ std::int32_t answer_with_status(std::int32_t (*run)(void*), void* context) noexc
   } catch (const std::exception&) {
     return VU_MOM_FAILED;
   }
+}
+
+}  // namespace
+
+std::int32_t answer_with_status(vu_mom_handle* handle, std::int32_t (*run)(void*),
+                                void* context) noexcept {
+  const std::int32_t status = status_of(run, context);
+  if (status != VU_MOM_OK && handle != nullptr) ++handle->counters().refused;
+  return status;
 }
 
 const Message& message_at(vu_mom_message address) {
@@ -97,7 +108,9 @@ std::int32_t submit(vu_mom_handle* handle, Request& request) {
   if (request.receiver.wanted() && handle->waiting() >= Session::kMostWaiting) {
     throw Refused(VU_MOM_FAILED);
   }
-  return handle->engine().submit(request);
+  const std::int32_t status = handle->engine().submit(request);
+  if (status == VU_MOM_OK) ++handle->counters().commands;
+  return status;
 }
 
 }  // namespace vu::store

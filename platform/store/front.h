@@ -33,12 +33,14 @@ inline void require(bool condition) {
   if (!condition) throw Refused(VU_MOM_BAD_INPUT);
 }
 
-// Runs a whole call and turns what it throws into its status.
-std::int32_t answer_with_status(std::int32_t (*run)(void*), void* context) noexcept;
+// Runs a whole call on a handle, turns what it throws into its status, and counts a refusal.
+std::int32_t answer_with_status(vu_mom_handle* handle, std::int32_t (*run)(void*),
+                                void* context) noexcept;
 
 template <typename Call>
-std::int32_t run_call(Call call) noexcept {
-  return answer_with_status([](void* context) { return (*static_cast<Call*>(context))(); }, &call);
+std::int32_t run_call(vu_mom_handle* handle, Call call) noexcept {
+  return answer_with_status(
+      handle, [](void* context) { return (*static_cast<Call*>(context))(); }, &call);
 }
 
 // The message at `address`, which must be live.
@@ -74,7 +76,7 @@ std::int32_t submit(vu_mom_handle* handle, Request& request);
 template <typename Fill>
 std::int32_t command(vu_mom_handle* handle, Command which, std::int32_t db, vu_mom_message message,
                      const Receiver& receiver, Fill fill) noexcept {
-  return run_call([&] {
+  return run_call(handle, [&] {
     Request request(which);
     const auto& named = name_object(request, db, message);
     request.receiver = receiver;

@@ -5,6 +5,7 @@
 
 #include "front.h"
 #include "record.h"
+#include "server/secrets.h"
 #include "session.h"
 
 namespace {
@@ -33,6 +34,18 @@ VU_STORE_EXPORT vu_mom_handle* vu_platform_open(const char* store, struct uv_loo
   return nullptr;
 }
 
+VU_STORE_EXPORT int32_t vu_platform_store_text(const char* store, char* text, size_t size) {
+  VU_STORE_ENTRY();
+  try {
+    const std::string hidden = vu::store::without_password(store);
+    if (hidden.size() >= size) return VU_MOM_BAD_INPUT;
+    report(hidden, text, size);
+    return VU_MOM_OK;
+  } catch (const std::bad_alloc&) {
+    return VU_MOM_NO_MEMORY;
+  }
+}
+
 VU_STORE_EXPORT int vu_platform_deliver(vu_mom_handle* handle, uint32_t most) {
   VU_STORE_ENTRY();
   return handle->deliver(most) ? 1 : 0;
@@ -51,6 +64,11 @@ VU_STORE_EXPORT void vu_platform_close(vu_mom_handle* handle) {
 VU_STORE_EXPORT void vu_platform_free(vu_mom_handle* handle) {
   VU_STORE_ENTRY();
   handle->free();
+}
+
+VU_STORE_EXPORT void vu_platform_stats_of(const vu_mom_handle* handle, vu_platform_stats* stats) {
+  VU_STORE_ENTRY();
+  *stats = handle->stats();
 }
 
 VU_STORE_EXPORT void vu_platform_advance_clock(vu_mom_handle* handle, int64_t microseconds) {

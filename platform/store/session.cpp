@@ -45,9 +45,10 @@ bool Session::deliver(std::uint32_t most) noexcept {
     // Out of the queue while its callback runs, which may close this session.
     std::unique_ptr<Delivery> current = queue_.pop_front();
     const bool was_closed = closed();
-    const Delivery::Progress progress = current->step();
+    const Delivery::Progress progress = current->step(counters_);
     if (progress == Delivery::Progress::kDone) continue;
-    // cppcheck-suppress [incorrectLogicOperator, oppositeExpression]; step may close the session
+    // The step may have closed the session.
+    // cppcheck-suppress [incorrectLogicOperator, knownConditionTrueFalse, oppositeExpression]
     if (closed() && !was_closed) current->fail(kClosed);
     queue_.push_front(std::move(current));
     pause = progress == Delivery::Progress::kPause;
@@ -70,7 +71,26 @@ void Session::close() noexcept {
   if (closed()) return;
   queue_.fail_all(kClosed);
   const std::unique_ptr<Engine> engine = std::move(engine_);
+  reconnects_ = engine->traffic().reconnects;
   engine->close(kClosed);
+}
+
+vu_platform_stats Session::stats() const {
+  Traffic traffic;
+  traffic.reconnects = reconnects_;
+  if (engine_) traffic = engine_->traffic();
+  vu_platform_stats stats = {};
+  stats.commands = counters_.commands;
+  stats.refused = counters_.refused;
+  stats.replies = counters_.replies;
+  stats.errors = counters_.errors;
+  stats.events = counters_.events;
+  stats.missed = counters_.missed;
+  stats.reconnects = traffic.reconnects;
+  stats.waiting = queue_.size();
+  stats.pending = traffic.pending;
+  stats.unsent_bytes = traffic.unsent_bytes;
+  return stats;
 }
 
 void Session::free() noexcept {

@@ -27,6 +27,9 @@ class Session {
   bool closed() const { return !engine_; }
   Engine& engine() { return *engine_; }  // Requires: not closed.
   std::size_t waiting() const { return queue_.size(); }
+  Counters& counters() { return counters_; }
+  // See vu_platform.h.
+  vu_platform_stats stats() const;
 
   // Called by engines.
   void post(std::unique_ptr<Delivery> delivery) noexcept;
@@ -47,7 +50,9 @@ class Session {
   void* user_;
   std::unique_ptr<Engine> engine_;
   DeliveryQueue queue_;
-  bool told_ = false;  // the driver knows that it should call deliver
+  Counters counters_;
+  std::uint64_t reconnects_ = 0;  // as the engine counted them in the end
+  bool told_ = false;             // the driver knows that it should call deliver
   bool delivering_ = false;
   bool woken_ = false;  // since the running delivery began
   bool freed_ = false;

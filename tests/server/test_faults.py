@@ -98,6 +98,25 @@ def test_storm(name, server, clients):
         assert watcher.gaps() == []
 
 
+def test_lost_connections_are_counted(server, clients):
+    client = clients.open(server.url())
+    client.watch()
+    assert client.ask().status == 0
+
+    def counted(*names):
+        return tuple(client.handle.stats()[name] for name in names)
+
+    assert counted("reconnects", "missed") == (0, 0)
+    for times in (1, 2):
+        kill_clients(server, clients)
+        clients.turn_until(lambda: len(client.gaps()) == times)
+        clients.turn_until(lambda: client.ask().status == 0)
+        # That of the commands, and that of the events.
+        assert counted("reconnects", "missed") == (2 * times, times)
+    clients.finish()
+    assert counted("reconnects", "missed", "pending", "unsent_bytes") == (4, 2, 0, 0)
+
+
 def test_restarted_without_its_data(server, clients):
     client = clients.open(server.url())
     client.watch()

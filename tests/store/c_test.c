@@ -51,11 +51,18 @@ int main(void) {
   vu_mom_message no_message = 0;
   vu_mom_message *addresses = NULL;
   vu_mom_handle *handle = NULL;
+  vu_platform_stats stats;
 
   expect(vu_platform_open("paper:", NULL, NULL, NULL, error, sizeof(error)) == NULL,
          "an unknown store is refused");
   expect(strstr(error, "paper:") != NULL, "and named");
   expect(vu_platform_open(NULL, NULL, NULL, NULL, NULL, 0) == NULL, "no store");
+
+  expect(vu_platform_store_text("redis://a:b@c", error, sizeof(error)) == VU_MOM_OK &&
+             strcmp(error, "redis://a:***@c") == 0,
+         "a password is hidden");
+  expect(vu_platform_store_text("redis://a:b@c", error, 15) == VU_MOM_BAD_INPUT, "in 15 bytes");
+  expect(vu_platform_store_text("redis://a:b@c", error, 16) == VU_MOM_OK, "in 16 bytes");
 
   handle = vu_platform_open("embedded:c", NULL, on_wake, &wakes, error, sizeof(error));
   expect(handle != NULL, "a store opens");
@@ -88,6 +95,9 @@ int main(void) {
   expect(vu_mom_zadd(handle, 3, NULL, NULL, 0, NULL, NULL) == VU_MOM_FAILED, "closed");
   expect(vu_mom_debug_show_all(handle) == VU_MOM_FAILED, "closed");
   expect(vu_platform_deliver(handle, 10) == 0 && replies == 3, "completed all the same");
+  vu_platform_stats_of(handle, &stats);
+  expect(stats.commands == 3 && stats.replies == 3 && stats.errors == 1, "what was done");
+  expect(stats.refused == 9 && stats.events == 0 && stats.waiting == 0, "what was not");
   vu_platform_free(handle);
   expect(vu_mom_zadd(NULL, 3, NULL, NULL, 0, NULL, NULL) == VU_MOM_FAILED, "no handle");
 

@@ -7,23 +7,23 @@
 
 namespace vu::store {
 
-Delivery::Progress ScanDelivery::step() noexcept {
-  if (!store_) return finish();
+Delivery::Progress ScanDelivery::step(Counters& counters) noexcept {
+  if (!store_) return finish(counters);
   try {
-    return deliver_next();
+    return deliver_next(counters);
   } catch (const std::bad_alloc&) {
     last_.status = VU_MOM_NO_MEMORY;
-    return finish();
+    return finish(counters);
   }
 }
 
-Delivery::Progress ScanDelivery::deliver_next() {
+Delivery::Progress ScanDelivery::deliver_next(Counters& counters) {
   for (std::uint32_t expired = 0; expired < kBatch; ++expired) {
     const Cell cell =
         started_ ? shelf_->first_from(position_, true) : shelf_->first_from(prefix_, false);
-    if (cell == 0) return finish();
+    if (cell == 0) return finish(counters);
     const std::string_view key = shelf_->object(cell).key();
-    if (!key.starts_with(prefix_)) return finish();
+    if (!key.starts_with(prefix_)) return finish(counters);
     position_ = key;
     started_ = true;
     if (!store_->refresh(*shelf_, cell)) continue;
@@ -34,15 +34,15 @@ Delivery::Progress ScanDelivery::deliver_next() {
     // Without any bytes a message is its key fields.
     notice.content = keys_only_ ? Content::of_message({}) : content_of(object);
     const bool pause = ++last_.count % kBatch == 0;
-    deliver(receiver_, notice);
+    deliver_reply(receiver_, notice, counters);
     return pause ? Progress::kPause : Progress::kMore;
   }
   return Progress::kPause;
 }
 
-Delivery::Progress ScanDelivery::finish() {
+Delivery::Progress ScanDelivery::finish(Counters& counters) {
   if (store_) last_.time_us = store_->calendar();
-  deliver(receiver_, last_);
+  deliver_reply(receiver_, last_, counters);
   return Progress::kDone;
 }
 

@@ -24,12 +24,12 @@ class ScanDelivery : public Delivery {
     last_.db = shelf.db();
   }
 
-  Progress step() noexcept override;
+  Progress step(Counters& counters) noexcept override;
   void fail(const char* reason) noexcept override;
 
  private:
-  Progress deliver_next();
-  Progress finish();
+  Progress deliver_next(Counters& counters);
+  Progress finish(Counters& counters);
 
   Receiver receiver_;
   std::shared_ptr<Store> store_;  // null once it has failed

@@ -6,6 +6,8 @@
 #include <charconv>
 #include <string_view>
 
+#include "secrets.h"
+
 namespace vu::store {
 
 namespace {
@@ -281,8 +283,18 @@ bool parse_address(const std::string& store, Address& address, std::string& erro
     return true;
   } catch (const Wrong& wrong) {
     error = wrong.text;
-    return false;
   }
+  const std::string hidden = without_password(store);
+  if (hidden == store || error.starts_with("password ")) return false;
+  // What is wrong is told of the text without the password, so that none of it is.
+  try {
+    Address parsed;
+    Parser(parsed).run(hidden);
+    error = "a character of the password has to be percent-encoded";
+  } catch (const Wrong& wrong) {
+    error = wrong.text;
+  }
+  return false;
 }
 
 }  // namespace vu::store

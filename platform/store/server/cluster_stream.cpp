@@ -40,6 +40,7 @@ class ClusterEventStream final : public EventStream,
   std::uint64_t mark() override;
   void flush() noexcept override;
   void pause(bool paused) noexcept override { stream_->pause(paused); }
+  std::uint64_t reconnects() const override { return stream_->reconnects() + router_.reconnects(); }
   void close() noexcept override;
 
  private:

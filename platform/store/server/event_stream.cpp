@@ -47,6 +47,7 @@ class ServerEventStream final : public EventStream, Link::Owner {
   std::uint64_t mark() override;
   void flush() noexcept override;
   void pause(bool paused) noexcept override;
+  std::uint64_t reconnects() const override { return link_.reconnects(); }
   void close() noexcept override;
 
  private:

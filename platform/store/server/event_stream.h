@@ -46,6 +46,9 @@ class EventStream {
   // Asks for on_mark. Marks ascend. Connects at the first use.
   virtual std::uint64_t mark() = 0;
 
+  // How many connections were lost and are back, since the beginning.
+  virtual std::uint64_t reconnects() const = 0;
+
   virtual void flush() noexcept = 0;
 
   // While paused it reads nothing, so that messages wait in the server; where they are too

@@ -119,6 +119,7 @@ class Lane final : Link::Owner {
   const char* library_error() const { return library_error_.data(); }
   bool is_up() const { return link_.is_up(); }
   bool has_more() const { return link_.has_more(); }
+  std::uint64_t reconnects() const { return link_.reconnects(); }
   std::size_t unsent_bytes() const { return unsent_bytes_; }
 
   void add(std::unique_ptr<Entry> entry) noexcept;

@@ -114,7 +114,10 @@ void Link::wait() noexcept {
   connection_.close();
   sentinels_asked_ = 0;
   has_sentinel_said_ = false;
-  if (state_ == State::kUp && steady_us() - up_us_ >= kLongestPause) failures_ = 0;
+  if (state_ == State::kUp) {
+    was_lost_ = true;
+    if (steady_us() - up_us_ >= kLongestPause) failures_ = 0;
+  }
   if (!others_.empty()) {
     std::swap(endpoint_, others_[next_other_].first);
     std::swap(name_, others_[next_other_].second);
@@ -217,6 +220,7 @@ void Link::on_reply(const redisReply& reply) noexcept {
   timer_.stop();
   state_ = State::kUp;
   up_us_ = steady_us();
+  if (std::exchange(was_lost_, false)) ++reconnects_;
   owner_.on_up();
 }
 

@@ -54,6 +54,9 @@ class Link final : Connection::Owner {
   }
   void set_reading(bool reading) noexcept { connection_.set_reading(reading); }
 
+  // How often it was lost and is back.
+  std::uint64_t reconnects() const { return reconnects_; }
+
   // For people: the path, or host and port.
   const std::string& name() const { return name_; }
 
@@ -110,6 +113,8 @@ class Link final : Connection::Owner {
   std::size_t answered_ = 0;  // steps of it
   unsigned failures_ = 0;     // since a connection has lasted
   std::int64_t up_us_ = 0;
+  bool was_lost_ = false;  // while it was up
+  std::uint64_t reconnects_ = 0;
   std::uint32_t random_;
   std::array<char, 320> reason_ = {};
 };

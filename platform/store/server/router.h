@@ -61,6 +61,9 @@ class Router {
   virtual std::size_t pending() const = 0;
   virtual std::size_t unsent_bytes() const = 0;
 
+  // How many connections were lost and are back, since the beginning.
+  virtual std::uint64_t reconnects() const = 0;
+
   // Whether each partition may be on another server, so that a command must keep to one.
   virtual bool is_spread() const = 0;
 

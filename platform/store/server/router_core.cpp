@@ -75,6 +75,12 @@ std::size_t RouterCore::unsent_bytes() const {
   return bytes;
 }
 
+std::uint64_t RouterCore::reconnects() const {
+  std::uint64_t count = 0;
+  for (const auto& lane : lanes_) count += lane->reconnects();
+  return count;
+}
+
 void RouterCore::route(std::unique_ptr<Entry> entry) noexcept {
   Group& group = group_of(*entry);
   if (group.is_held()) {

@@ -24,6 +24,7 @@ class RouterCore : public Router, protected Lane::Owner {
   void send(unsigned partition, std::string command, bool only_reads, void* ticket) override;
   std::size_t pending() const override { return pending_; }
   std::size_t unsent_bytes() const override;
+  std::uint64_t reconnects() const override;
   bool is_spread() const override { return groups_.size() != 1; }
   void flush() noexcept override;
   void close() noexcept override;

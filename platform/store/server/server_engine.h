@@ -22,6 +22,7 @@ class ServerEngine : public Engine {
   void prepare_delivery() noexcept override { store_->flush(); }
   std::int64_t next_due() override;
   void close(const char* reason) noexcept override;
+  Traffic traffic() const override { return store_->traffic(); }
   void show(std::FILE* out) override { store_->show(out); }
   void advance_clock(std::int64_t microseconds) override { store_->advance_clock(microseconds); }
 

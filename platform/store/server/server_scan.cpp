@@ -30,16 +30,16 @@ void ScanBatch::count_on() noexcept {
   ++scan_->undone;
 }
 
-Delivery::Progress ScanBatch::finish() noexcept {
+Delivery::Progress ScanBatch::finish(Counters& counters) noexcept {
   scan_->is_finished = true;
-  deliver(scan_->receiver, scan_->last);
+  deliver_reply(scan_->receiver, scan_->last, counters);
   return Progress::kDone;
 }
 
-Delivery::Progress ScanBatch::step() noexcept {
+Delivery::Progress ScanBatch::step(Counters& counters) noexcept {
   Scan& scan = *scan_;
   if (scan.is_finished) return Progress::kDone;
-  if (scan.is_failed) return finish();
+  if (scan.is_failed) return finish(counters);
   if (!std::exchange(is_begun_, true) && !is_last_) {
     try {
       scan.errand->ask();
@@ -50,10 +50,10 @@ Delivery::Progress ScanBatch::step() noexcept {
       scan.errand->give_up();
     }
   }
-  if (delivered_ == objects_.size()) return is_last_ ? finish() : Progress::kDone;
+  if (delivered_ == objects_.size()) return is_last_ ? finish(counters) : Progress::kDone;
 
   const bool pause = ++scan.last.count % kBatch == 0;
-  deliver(scan.receiver, objects_[delivered_++]);
+  deliver_reply(scan.receiver, objects_[delivered_++], counters);
   if (pause) return Progress::kPause;
   // One that was failed in its last callback has the end still to deliver.
   const bool is_done = delivered_ == objects_.size() && !is_last_ && !scan.is_failed;

@@ -43,11 +43,11 @@ class ScanBatch : public Delivery {
   // From now on the scan counts on this batch.
   void count_on() noexcept;
 
-  Progress step() noexcept override;
+  Progress step(Counters& counters) noexcept override;
   void fail(const char* reason) noexcept override { scan_->fail(reason); }
 
  private:
-  Progress finish() noexcept;
+  Progress finish(Counters& counters) noexcept;
 
   std::shared_ptr<Scan> scan_;
   std::vector<Notice> objects_;

@@ -4,6 +4,8 @@
 #include <map>
 #include <utility>
 
+#include "secrets.h"
+
 namespace vu::store {
 
 namespace {
@@ -108,6 +110,14 @@ bool ServerStore::is_full() const {
          pipeline_.unsent_bytes() > kMostUnsentBytes;
 }
 
+Traffic ServerStore::traffic() const {
+  Traffic traffic;
+  traffic.pending = pipeline_.pending();
+  traffic.unsent_bytes = pipeline_.unsent_bytes();
+  traffic.reconnects = router_->reconnects() + stream_->reconnects();
+  return traffic;
+}
+
 Place ServerStore::place() const {
   Place place;
   place.prefix = prefix_;
@@ -162,7 +172,8 @@ void ServerStore::on_gap() noexcept { channels_.tell_gap(); }
 
 void ServerStore::show(std::FILE* out) const {
   std::fprintf(out, "store %s, %zu handles, %zu commands on their way, %zu bytes not yet sent\n",
-               url_.c_str(), sessions_.size(), pipeline_.pending(), pipeline_.unsent_bytes());
+               without_password(url_).c_str(), sessions_.size(), pipeline_.pending(),
+               pipeline_.unsent_bytes());
   channels_.show(out);
 }
 

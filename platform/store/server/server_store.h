@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "../clock.h"
+#include "../engine.h"
 #include "../session.h"
 #include "address.h"
 #include "channels.h"
@@ -66,6 +67,8 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   std::int64_t next_due() const { return sweeper_.next_due(); }
   void wake() noexcept;
 
+  // Of all handles of this store.
+  Traffic traffic() const;
   const Clock& clock() const { return clock_; }
   void advance_clock(std::int64_t microseconds);
   void show(std::FILE* out) const;
