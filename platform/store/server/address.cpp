@@ -33,7 +33,7 @@ struct Wrong {
 
 [[noreturn]] void refuse(const std::string& text) { throw Wrong{text}; }
 
-std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
+std::string in_quotes(std::string_view text) { return "'" + std::string(text) + "'"; }
 
 int digit_of(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -67,7 +67,7 @@ std::uint32_t integer(std::string_view text, std::uint32_t least, std::uint32_t 
   const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
   if (result.ec != std::errc() || result.ptr != text.data() + text.size() || value < least ||
       value > most) {
-    refuse(std::string(part) + " " + quoted(text) + " is no number from " + std::to_string(least) +
+    refuse(std::string(part) + " " + in_quotes(text) + " is no number from " + std::to_string(least) +
            " to " + std::to_string(most));
   }
   return value;
@@ -78,7 +78,7 @@ std::int64_t microseconds(std::string_view text, const std::string& part) {
   const auto result = std::from_chars(text.data(), text.data() + text.size(), seconds);
   if (result.ec != std::errc() || result.ptr != text.data() + text.size() ||
       !(seconds >= 0.001 && seconds <= kLongestTime)) {
-    refuse(part + " " + quoted(text) + " is no number of seconds from 0.001 to 86400");
+    refuse(part + " " + in_quotes(text) + " is no number of seconds from 0.001 to 86400");
   }
   return static_cast<std::int64_t>(seconds * 1e6 + 0.5);
 }
@@ -90,18 +90,18 @@ Endpoint endpoint_of(std::string_view text, std::uint16_t default_port) {
   bool has_port = false;
   if (text.starts_with('[')) {
     const std::size_t end = text.find(']');
-    if (end == text.npos) refuse("host " + quoted(text) + " has no closing ']'");
+    if (end == text.npos) refuse("host " + in_quotes(text) + " has no closing ']'");
     endpoint.host = text.substr(1, end - 1);
     const std::string_view rest = text.substr(end + 1);
     if (!rest.empty() && rest[0] != ':') {
-      refuse("host " + quoted(text) + " has something other than a port behind ']'");
+      refuse("host " + in_quotes(text) + " has something other than a port behind ']'");
     }
     has_port = !rest.empty();
     if (has_port) port = rest.substr(1);
   } else {
     const std::size_t colon = text.find(':');
     if (colon != text.npos && text.find(':', colon + 1) != text.npos) {
-      refuse("host " + quoted(text) + " has several ':'; an IPv6 address stands in brackets");
+      refuse("host " + in_quotes(text) + " has several ':'; an IPv6 address stands in brackets");
     }
     endpoint.host = decoded(text.substr(0, colon), "host");
     has_port = colon != text.npos;
@@ -125,7 +125,7 @@ class Parser {
       if (known.name == name) scheme = &known;
     }
     if (scheme == nullptr) {
-      refuse("unknown kind of server " + quoted(name) +
+      refuse("unknown kind of server " + in_quotes(name) +
              ": there are redis, redis+unix, redis+sentinel and redis+cluster");
     }
     if (store.substr(end, 3) != "://")
@@ -163,7 +163,7 @@ class Parser {
   void option(std::string_view text) {
     const std::size_t equals = text.find('=');
     const std::string_view name = text.substr(0, equals);
-    if (equals == text.npos) refuse("option " + quoted(name) + " has no value");
+    if (equals == text.npos) refuse("option " + in_quotes(name) + " has no value");
     const std::string value = decoded(text.substr(equals + 1), "an option's value");
     if (name == "prefix") {
       once(has_prefix_, "option 'prefix'");
@@ -185,7 +185,7 @@ class Parser {
       once(has_command_timeout_, "option 'command_timeout'");
       address_.command_timeout_us = microseconds(value, "option 'command_timeout'");
     } else {
-      refuse("unknown option " + quoted(name) +
+      refuse("unknown option " + in_quotes(name) +
              ": there are prefix, user, password, database, connect_timeout and command_timeout");
     }
   }
@@ -200,7 +200,7 @@ class Parser {
     endpoint.path = decoded(text, "the path of the socket");
     if (endpoint.path.empty()) refuse("the path of the socket is missing");
     if (endpoint.path[0] != '/') {
-      refuse("the path of the socket " + quoted(endpoint.path) + " does not begin with '/'");
+      refuse("the path of the socket " + in_quotes(endpoint.path) + " does not begin with '/'");
     }
     if (endpoint.path.size() > kMostPath) {
       refuse("the path of the socket is longer than " + std::to_string(kMostPath) + " bytes");
@@ -253,7 +253,7 @@ class Parser {
       refuse("a cluster has no database but 0");
     }
     if (!address_.user.empty() && !has_password_) {
-      refuse("user " + quoted(address_.user) + " is given without a password");
+      refuse("user " + in_quotes(address_.user) + " is given without a password");
     }
   }
 

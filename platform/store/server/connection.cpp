@@ -390,7 +390,8 @@ bool Connection::feed(const char* bytes, std::size_t size) noexcept {
     freeReplyObject(parsed);
     if (generation != generation_) return false;
   }
-  if (reader->len == 0) {
+  const bool is_between_replies = reader->pos == reader->len && reader->ridx < 0;
+  if (is_between_replies) {
     if (fed_ > kLargeBuffer) {
       redisReader* const fresh = make_reader();
       if (fresh != nullptr) {
