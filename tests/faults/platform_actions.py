@@ -3,7 +3,6 @@ return what can be compared, can be called again and again, and leave nothing be
 
 An action with a parameter does the part that is to fail through it: `arm(callable)`.
 """
-import copy
 import os
 import pickle
 import resource
@@ -14,19 +13,7 @@ import vu_mom_common
 import vu_thread
 
 import contract_vu
-import vu_test_scalars_vu
-import vu_test_tree_vu
-
-
-def raised(function, *arguments, **keywords):
-    """The error of a call that has to fail; MemoryError goes on."""
-    try:
-        function(*arguments, **keywords)
-    except MemoryError:
-        raise
-    except Exception as error:
-        return "%s: %s" % (type(error).__name__, error)
-    raise AssertionError("no error")
+from message_actions import WRITES_JSON, message_actions, port, raised
 
 
 def without_descriptors(function, *arguments, room=0):
@@ -59,11 +46,6 @@ def with_global(function):
         return function(glb)
 
 
-def port():
-    return contract_vu.Port(name="eth0", site="here", rack=3, slot=-4, lanes=[1, 2, 3], up=True,
-                            last=contract_vu.Port.Sample(time=5, load=0.5), note="none")
-
-
 kept_loop = None
 
 
@@ -81,68 +63,6 @@ class Client(vu_mom.VuMom):
 
     def note(self, msg, p):
         p.append(msg.type_code)
-
-
-class Special(contract_vu.Port):
-    def __init__(self, **values):
-        super(Special, self).__init__(**values)
-
-
-def message_actions():
-    node = vu_test_tree_vu.Node
-    descriptor = contract_vu.Port.DESCRIPTOR
-    field = descriptor.fields[0]
-
-    def lists():
-        made = vu_test_scalars_vu.Repeated()
-        views = [getattr(made, each.name) for each in made.DESCRIPTOR.fields]
-        return [list(view) for view in views], [view.__reduce__()[1] for view in views]
-    yield "texts of descriptors", lambda: (repr(descriptor), repr(field), field.full_name,
-                                           repr(contract_vu._FILE))
-    yield "no such entry", lambda: raised(node().counts.pop, "nothing")
-    yield "subclass", lambda: repr(Special(name="x"))
-    yield "lists", lists
-    message, other = port(), port()
-    data = message.SerializeToString()
-
-    def assign():
-        made = contract_vu.Port()
-        made.name = "a longer name than fits into a small string object"
-        made.rack, made.up = 5, False
-        made.lanes = [5, 6, 7]
-        made.lanes.append(8)
-        made.lanes.extend(range(20))
-        del made.lanes[3:5]
-        made.last.time = 7
-        made.last.CopyFrom(contract_vu.Port.Sample(load=2.5))
-        return made.SerializeToString()
-
-    def parse():
-        made = contract_vu.Port()
-        made.ParseFromString(data)
-        made.MergeFromString(data)
-        return repr(made)
-    yield "construct", lambda: repr(port())
-    yield "assign", assign
-    yield "parse", parse
-    yield "serialise", lambda: message.SerializeToString(deterministic=True)
-    yield "from string", lambda: contract_vu.Port.FromString(data) == message
-    yield "repr", lambda: repr(message)
-    yield "equal", lambda: (message == other, message == 5)
-    yield "copy", lambda: repr(copy.copy(message)) + repr(copy.deepcopy(message))
-    yield "from address", lambda: repr(contract_vu.Port(message.get_ptr()))
-    yield "merge", lambda: contract_vu.Port().MergeFrom(message)
-    yield "fields", lambda: len(message.ListFields())
-    yield "clear", lambda: (port().Clear(), port().ClearField("name"), port().HasField("up"))
-    yield "pickle", lambda: pickle.loads(pickle.dumps(message)) == message
-    yield "wrong field", lambda: contract_vu.Port(nothing=1)
-    yield "wrong value", lambda: contract_vu.Port(rack="three")
-    yield "wrong data", lambda: contract_vu.Port.FromString(b"\xff\xff\xff")
-    yield "many messages", lambda: [repr(getattr(module, name)()) for module in
-                                    (vu_test_scalars_vu, vu_test_tree_vu, contract_vu)
-                                    for name in sorted(vars(module))
-                                    if isinstance(getattr(module, name), type)
-                                    and hasattr(getattr(module, name), "get_ptr")]
 
 
 def loop_actions():
@@ -601,9 +521,9 @@ def kind_of(command):
 # Where the callback that ends it fails, it does not end.
 RUNS_ON = ("run",)
 
-# libuv ends the process where malloc fails while it makes a loop.
+# What a library ends the process in where malloc fails: libuv while it makes a loop, and others.
 MAKES_LOOPS = ("no descriptor for a loop", "no descriptor for a timer", "reopened", "new loop",
-               "wrong loop")
+               "wrong loop") + WRITES_JSON
 
 
 def all_actions():

@@ -1,11 +1,14 @@
 #include "json.h"
 
+#include <google/protobuf/io/zero_copy_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/util/json_util.h>
 #include <google/protobuf/util/type_resolver.h>
 #include <google/protobuf/util/type_resolver_util.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 
 #include "errors.h"
@@ -58,6 +61,37 @@ std::string url_of(const MessageInfo& info) {
   }
   py::raise(error, "%s", text.c_str());
 }
+
+// What libprotobuf writes to. It ends the process where an exception passes what writes: where
+// there is no memory it is told of an error.
+class Output : public pb::io::ZeroCopyOutputStream {
+ public:
+  bool Next(void** data, int* size) override {
+    const std::size_t written = text_.size();
+    const std::size_t more = std::clamp<std::size_t>(written, 256, 1 << 20);
+    try {
+      text_.resize(written + more);
+    } catch (const std::bad_alloc&) {
+      is_out_of_memory_ = true;
+      return false;
+    }
+    *data = text_.data() + written;
+    *size = static_cast<int>(more);
+    return true;
+  }
+  void BackUp(int count) override { text_.resize(text_.size() - static_cast<std::size_t>(count)); }
+  std::int64_t ByteCount() const override { return static_cast<std::int64_t>(text_.size()); }
+
+  // Throws std::bad_alloc where there was no memory for all of it.
+  const std::string& text() const {
+    if (is_out_of_memory_) throw std::bad_alloc();
+    return text_;
+  }
+
+ private:
+  std::string text_;
+  bool is_out_of_memory_ = false;
+};
 
 Py_ssize_t indent_argument(py::Borrowed value) {
   const Py_ssize_t indent = PyNumber_AsSsize_t(value.get(), PyExc_ValueError);
@@ -130,11 +164,14 @@ PyObject* to_json(PyObject* self, PyObject* arguments, PyObject* keywords) {
     const std::string bytes = serialized_text(message);
     check_texts(info, bytes);
     const pb::LogSilencer quiet;  // what it says of errors is in the exception
-    std::string json;
+    pb::io::ArrayInputStream input(bytes.data(), static_cast<int>(bytes.size()));
+    Output output;
     const pb::util::Status status =
-        pb::util::BinaryToJsonString(&resolver(), url_of(info), bytes, &json, options);
+        pb::util::BinaryToJsonStream(&resolver(), url_of(info), &input, &output, options);
+    const std::string& written = output.text();
     if (!status.ok()) raise_status(encode_error, info, status);
-    if (!one_line) json = indented(json, static_cast<std::size_t>(width));
+    const std::string json =
+        one_line ? written : indented(written, static_cast<std::size_t>(width));
     return py::checked(
         PyUnicode_DecodeUTF8(json.data(), static_cast<Py_ssize_t>(json.size()), nullptr));
   });
