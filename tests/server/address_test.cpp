@@ -57,6 +57,10 @@ TEST(AddressTest, SentinelAndCluster) {
   EXPECT_EQ(sentinel.master, "my name");
   EXPECT_EQ(sentinel.database, 3U);
   EXPECT_EQ(sentinel.password, "secret");
+  const Address guarded = parsed("redis+sentinel://a/m?sentinel_user=u%26&sentinel_password=p%2F");
+  EXPECT_EQ(guarded.sentinel_user, "u&");
+  EXPECT_EQ(guarded.sentinel_password, "p/");
+  EXPECT_EQ(guarded.user + guarded.password, "");
   const Address cluster = parsed("redis+cluster://a:7000,b?prefix=x");
   EXPECT_EQ(cluster.kind, Address::Kind::kCluster);
   EXPECT_EQ(cluster.endpoints, (std::vector<Endpoint>{{"", "a", 7000}, {"", "b", 6379}}));
@@ -111,7 +115,8 @@ TEST(AddressTest, SaysWhatIsWrong) {
       {"redis://me:%00@h", "password has a zero byte"},
       {"redis://h#1", "'#' has to be written as %23"},
       {"redis://h?colour=red",
-       "unknown option 'colour': there are prefix, user, password, database, connect_timeout and "
+       "unknown option 'colour': there are prefix, user, password, sentinel_user, "
+       "sentinel_password, database, connect_timeout and "
        "command_timeout"},
       {"redis://h?prefix", "option 'prefix' has no value"},
       {"redis://h?prefix=", "option 'prefix' is empty"},
@@ -137,6 +142,11 @@ TEST(AddressTest, SaysWhatIsWrong) {
       {"redis+sentinel://a//1",
        "the name of the master is missing: redis+sentinel://HOST,.../NAME"},
       {"redis+sentinel://a,,b/m", "a host is missing"},
+      {"redis+sentinel://a/m?sentinel_user=u",
+       "option 'sentinel_user' is given without option 'sentinel_password'"},
+      {"redis+sentinel://a/m?sentinel_password=p&sentinel_password=p",
+       "option 'sentinel_password' is given twice"},
+      {"redis://h?sentinel_password=p", "option 'sentinel_password' goes with redis+sentinel"},
       {"redis+sentinel://a/m/x", "database 'x' is no number from 0 to 2147483647"},
       {"redis+cluster://a,b:", "port '' is no number from 1 to 65535"},
       {"redis+cluster://a/1", "a cluster has no database but 0"},

@@ -26,8 +26,7 @@ class Peer final : store::Connection::Owner {
     const std::string path = directory_.path() + "/peer.sock";
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.data(),
-                std::min(path.size(), sizeof(address.sun_path) - 1));
+    std::memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof(address.sun_path) - 1));
     EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
     EXPECT_EQ(listen(listener_, 1), 0);
     store::Endpoint endpoint;
@@ -94,7 +93,8 @@ TEST(ConnectionTest, KeepsWhatItHasOfAReplyAfterReadingALot) {
   std::vector<std::size_t> cuts = {0};
   for (const std::string& part : parts) {
     second += part;
-    for (const int near : {-1, 0, 1}) cuts.push_back(second.size() + static_cast<std::size_t>(near));
+    for (const int near : {-1, 0, 1})
+      cuts.push_back(second.size() + static_cast<std::size_t>(near));
   }
   cuts.pop_back();  // behind the end
   Peer peer;

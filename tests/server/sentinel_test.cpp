@@ -93,6 +93,28 @@ TEST_F(SentinelTest, AsksAgainWhereTheMasterIsNoneAnyMore) {
   EXPECT_EQ(replica_.call({"LRANGE", "list", "0", "-1"}), "[1 4]");
 }
 
+TEST_F(SentinelTest, LogsInToSentinelsToo) {
+  sentinel_->call({"ACL", "SETUSER", "asker", "on", ">secret", "+@all"});
+  sentinel_->call({"ACL", "SETUSER", "default", "resetpass", ">other"});
+  sentinel_->set_password("other");
+  const std::string nobody_knows = "not done: no Sentinel names the master 'main': ";
+  struct Case {
+    std::string options;
+    std::string told;  // how it begins
+  };
+  const std::vector<Case> cases = {
+      {"?sentinel_password=other", "1"},
+      {"?sentinel_user=asker&sentinel_password=secret", "2"},
+      {"?sentinel_password=secret", nobody_knows + "WRONGPASS"},
+      {"", nobody_knows + "NOAUTH"},
+  };
+  for (const Case& one : cases) {
+    Client client(url(one.options));
+    const std::string told = client.ask({"FCALL", "test_push", "1", "list", "x"});
+    EXPECT_TRUE(told.starts_with(one.told)) << one.options << ": " << told;
+  }
+}
+
 TEST(NoSentinelTest, SaysThatThereIsNone) {
   const std::string nobody = "127.0.0.1:" + std::to_string(free_port());
   Client client("redis+sentinel://" + nobody + "," + nobody + "/main?command_timeout=0.2");

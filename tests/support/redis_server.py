@@ -2,13 +2,35 @@
 
 import os
 import shutil
+import socket
 import subprocess
 import tempfile
 import time
 
 
+def call(server, *words, password=None):
+    """One command to the server itself; the first line of its reply, or the string that it is."""
+    commands = ([("AUTH", password)] if password else []) + [words]
+    with socket.socket(socket.AF_UNIX) as connection:
+        connection.settimeout(10)
+        connection.connect(server.socket)
+        replies = connection.makefile("rb")
+        for command in commands:
+            text = b"*%d\r\n" % len(command)
+            for word in command:
+                raw = word if isinstance(word, bytes) else str(word).encode()
+                text += b"$%d\r\n%s\r\n" % (len(raw), raw)
+            connection.sendall(text)
+            reply = replies.readline().strip().decode()
+            if reply.startswith("$") and reply != "$-1":
+                reply = replies.read(int(reply[1:])).decode()
+                replies.readline()
+    return reply
+
+
 class RedisServer:
-    """Runs from start() to stop(). `options` are words of its command line."""
+    """Runs from start() to stop(). `options` are words of its command line, and the name of a
+    configuration file in front of them."""
 
     def __init__(self, *options):
         self.directory = tempfile.mkdtemp(prefix="vu-redis-")
@@ -18,11 +40,14 @@ class RedisServer:
 
     def start(self):
         program = shutil.which("redis-server") or "/usr/bin/redis-server"
+        has_file = bool(self.options) and not self.options[0].startswith("--")
         with open(os.path.join(self.directory, "log"), "ab") as log:
             self.process = subprocess.Popen(
-                [program, "--port", "0", "--unixsocket", self.socket, "--dir", self.directory]
+                [program]
+                + self.options[:has_file]
+                + ["--port", "0", "--unixsocket", self.socket, "--dir", self.directory]
                 + ["--save", "", "--appendonly", "no"]
-                + self.options,
+                + self.options[has_file:],
                 stdout=log,
                 stderr=log,
                 stdin=subprocess.DEVNULL,

@@ -67,8 +67,8 @@ std::uint32_t integer(std::string_view text, std::uint32_t least, std::uint32_t 
   const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
   if (result.ec != std::errc() || result.ptr != text.data() + text.size() || value < least ||
       value > most) {
-    refuse(std::string(part) + " " + in_quotes(text) + " is no number from " + std::to_string(least) +
-           " to " + std::to_string(most));
+    refuse(std::string(part) + " " + in_quotes(text) + " is no number from " +
+           std::to_string(least) + " to " + std::to_string(most));
   }
   return value;
 }
@@ -176,6 +176,12 @@ class Parser {
     } else if (name == "password") {
       once(has_password_, "password");
       address_.password = value;
+    } else if (name == "sentinel_user") {
+      once(has_sentinel_user_, "option 'sentinel_user'");
+      address_.sentinel_user = value;
+    } else if (name == "sentinel_password") {
+      once(has_sentinel_password_, "option 'sentinel_password'");
+      address_.sentinel_password = value;
     } else if (name == "database") {
       database(value);
     } else if (name == "connect_timeout") {
@@ -186,7 +192,8 @@ class Parser {
       address_.command_timeout_us = microseconds(value, "option 'command_timeout'");
     } else {
       refuse("unknown option " + in_quotes(name) +
-             ": there are prefix, user, password, database, connect_timeout and command_timeout");
+             ": there are prefix, user, password, sentinel_user, sentinel_password, database, "
+             "connect_timeout and command_timeout");
     }
   }
 
@@ -255,12 +262,20 @@ class Parser {
     if (!address_.user.empty() && !has_password_) {
       refuse("user " + in_quotes(address_.user) + " is given without a password");
     }
+    if (has_sentinel_user_ && !has_sentinel_password_) {
+      refuse("option 'sentinel_user' is given without option 'sentinel_password'");
+    }
+    if (has_sentinel_password_ && address_.kind != Address::Kind::kSentinel) {
+      refuse("option 'sentinel_password' goes with redis+sentinel");
+    }
   }
 
   Address& address_;
   bool has_prefix_ = false;
   bool has_user_ = false;
   bool has_password_ = false;
+  bool has_sentinel_user_ = false;
+  bool has_sentinel_password_ = false;
   bool has_database_ = false;
   bool has_connect_timeout_ = false;
   bool has_command_timeout_ = false;

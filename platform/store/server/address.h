@@ -6,8 +6,9 @@
 //   redis+cluster://[user[:password]@]a[:port],b[:port],...[?...]
 //
 // Options: prefix (of all keys, "vu"), user, password (for sockets, or beside the place in
-// front of the host), database, connect_timeout and command_timeout (seconds, fractions
-// allowed). User, password, path, prefix and name are percent-decoded.
+// front of the host), sentinel_user and sentinel_password (for the Sentinels), database,
+// connect_timeout and command_timeout (seconds, fractions allowed). Users, passwords, path,
+// prefix and name are percent-decoded.
 #pragma once
 
 #include <cstdint>
@@ -33,6 +34,8 @@ struct Address {
   std::string master;               // kSentinel: the name that the Sentinels know
   std::string user;                 // empty: the default user
   std::string password;             // empty: none
+  std::string sentinel_user;        // kSentinel: as what Sentinels want to be asked, likewise
+  std::string sentinel_password;
   std::uint32_t database = 0;
   std::string prefix = "vu";
   std::int64_t connect_timeout_us = 5'000'000;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -36,6 +37,14 @@ bool is_text(const redisReply* reply) {
 
 }  // namespace
 
+void Link::Talk::add_login(const std::string& user, const std::string& password) {
+  if (!user.empty()) {
+    add(Step::kLogin, {"AUTH", user, password});
+  } else if (!password.empty()) {
+    add(Step::kLogin, {"AUTH", password});
+  }
+}
+
 void Link::Talk::add(Step step, const std::vector<std::string_view>& words) {
   append_command(bytes, words);
   steps.push_back(step);
@@ -55,6 +64,7 @@ Link::Link(const Address& address, const Endpoint& endpoint, Use use, uv_loop_t*
   if (uses_sentinels_) {
     sentinels_ = address.endpoints;
     name_ = "the master '" + master_ + "'";
+    to_sentinel_.add_login(address.sentinel_user, address.sentinel_password);
     to_sentinel_.add(Step::kFindMaster, {"SENTINEL", "get-master-addr-by-name", master_});
     to_sentinel_.first_bytes = to_sentinel_.bytes.size();
   }
@@ -63,11 +73,7 @@ Link::Link(const Address& address, const Endpoint& endpoint, Use use, uv_loop_t*
       if (!(other == endpoint)) others_.emplace_back(other, name_of(other));
     }
   }
-  if (!address.user.empty()) {
-    to_server_.add(Step::kLogin, {"AUTH", address.user, address.password});
-  } else if (!address.password.empty()) {
-    to_server_.add(Step::kLogin, {"AUTH", address.password});
-  }
+  to_server_.add_login(address.user, address.password);
   if (address.database != 0) {
     to_server_.add(Step::kDatabase, {"SELECT", std::to_string(address.database)});
   }
@@ -232,6 +238,10 @@ bool Link::check(Step step, const redisReply& reply) noexcept {
     go_to(reply);
     return false;
   }
+  if (is_error && state_ == State::kFinding) {
+    end_finding(reply.str, true);
+    return false;
+  }
   if (is_error) {
     const bool passes =
         text.starts_with("LOADING") || text.starts_with("ERR max number of clients");
@@ -255,6 +265,13 @@ bool Link::check(Step step, const redisReply& reply) noexcept {
   return true;
 }
 
+// A Sentinel does not help.
+void Link::end_finding(const char* said, bool is_refused) noexcept {
+  explain("", said);
+  has_sentinel_said_ = true;
+  end(said, is_refused);
+}
+
 // What a Sentinel has said about the master.
 void Link::go_to(const redisReply& reply) noexcept {
   const bool is_place = reply.type == REDIS_REPLY_ARRAY && reply.elements == 2 &&
@@ -263,9 +280,7 @@ void Link::go_to(const redisReply& reply) noexcept {
     const char* const said = reply.type == REDIS_REPLY_ERROR ? reply.str
                              : reply.type == REDIS_REPLY_NIL ? "it does not know it"
                                                              : "it does not answer as one does";
-    explain("", said);
-    has_sentinel_said_ = true;
-    end(said, false);
+    end_finding(said, std::strncmp(said, "NOAUTH", 6) == 0);
     return;
   }
   try {

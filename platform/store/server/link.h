@@ -70,6 +70,8 @@ class Link final : Connection::Owner {
     std::size_t first_bytes = 0;  // said at once; the others when these have their replies
     std::size_t first_steps = 0;
     void add(Step step, const std::vector<std::string_view>& words);
+    // Nothing where both are empty.
+    void add_login(const std::string& user, const std::string& password);
   };
 
   enum class State { kIdle, kWaiting, kFinding, kConnecting, kUp };
@@ -83,6 +85,7 @@ class Link final : Connection::Owner {
   void begin() noexcept;
   void wait() noexcept;
   void go_to(const redisReply& reply) noexcept;
+  void end_finding(const char* said, bool is_refused) noexcept;
   void talk() noexcept;
   bool check(Step step, const redisReply& reply) noexcept;
   bool ask_next_sentinel() noexcept;
