@@ -10,13 +10,20 @@ namespace vu::store {
 
 namespace {
 
-constexpr std::string_view kPassword = "password=";
-constexpr std::array<std::string_view, 6> kOptions = {
-    "prefix=", "user=", kPassword, "database=", "connect_timeout=", "command_timeout="};
+constexpr std::array<std::string_view, 2> kPasswords = {"password=", "sentinel_password="};
+constexpr std::array<std::string_view, 6> kOthers = {
+    "prefix=", "user=", "sentinel_user=", "database=", "connect_timeout=", "command_timeout="};
+
+// The one of `names` with which `text` begins; empty: none.
+template <std::size_t N>
+std::string_view one_of(const std::array<std::string_view, N>& names, std::string_view text) {
+  const auto found = std::find_if(names.begin(), names.end(),
+                                  [&](std::string_view name) { return text.starts_with(name); });
+  return found == names.end() ? std::string_view() : *found;
+}
 
 bool is_option(std::string_view text) {
-  return std::any_of(kOptions.begin(), kOptions.end(),
-                     [&](std::string_view name) { return text.starts_with(name); });
+  return !one_of(kPasswords, text).empty() || !one_of(kOthers, text).empty();
 }
 
 std::string_view first_option(std::string_view options) {
@@ -47,9 +54,10 @@ std::string hide_in_options(std::string_view options) {
   bool is_hidden = false;
   while (!options.empty()) {
     const std::string_view option = first_option(options);
-    if (is_option(option)) is_hidden = option.starts_with(kPassword);
-    if (option.starts_with(kPassword)) {
-      text += std::string(kPassword) + "***&";
+    const std::string_view password = one_of(kPasswords, option);
+    if (is_option(option)) is_hidden = !password.empty();
+    if (!password.empty()) {
+      text += std::string(password) + "***&";
     } else if (!is_hidden) {
       text += std::string(option) + '&';
     }
