@@ -218,6 +218,18 @@ def test_stubs_describe_every_field(generated):
     assert [len(item.args.kwonlyargs) for item in constructors] == [0, len(names)]
 
 
+def test_stubs_have_the_comments(generated):
+    stub = ast.parse((generated / "vu_test_scalars_vu.pyi").read_text())
+    texts = {item.name: ast.get_docstring(item) for item in stub.body if hasattr(item, "name")}
+    assert texts["Color"] == "How things are."
+    assert texts["Single"] == 'One field of each type.\nThe second line has "quotes" and a \\ in it.'
+    assert texts["Maps"] is None
+    assert (
+        "        name: vu_message.Field[builtins.str, builtins.str]\n"
+        '        """What it is called."""\n'
+    ) in (generated / "vu_test_tree_vu.pyi").read_text()
+
+
 def test_stubs_name_what_the_runtime_has():
     import vu_message
 
@@ -244,9 +256,11 @@ def test_stubs_name_what_the_runtime_has():
 
 
 TYPED = """
+import datetime
 import typing
 import vu_test_scalars_vu as scalars
 import vu_test_tree_vu as tree
+import vu_well_known
 
 node = tree.Node(name="n", child={"name": "c"}, leaves=[tree.Node.Leaf(name="l")], counts={"a": 1})
 text: str = node.name
@@ -265,6 +279,15 @@ tag: int = tree.Node.name.number
 constant: int = tree.Node.NAME_FIELD_NUMBER
 for key, item in node.by_name.items():
     both: typing.Tuple[str, str] = (key, item.name)
+moment: datetime.datetime = node.time.ToDatetime()
+node.time = vu_well_known.Timestamp(seconds=5)
+node.wrapped = {"value": "x"}
+wrapped: str = node.wrapped.value
+json: str = node.ToJson(indent=2)
+read: tree.Node = tree.Node.FromJson(json, ignore_unknown_fields=True)
+node.time.FromDatetime(5)  # error
+node.time = vu_well_known.Duration()  # error
+node.ToJson(defaults=True)  # error
 node.name = 5  # error
 node.child = tree.Node.Leaf()  # error
 tree.Node(nom="x")  # error

@@ -61,10 +61,18 @@ Types field_types(const Type& field) {
           "typing.Iterable[" + element.write + "]"};
 }
 
+// The comment of an element of the .proto file, where it has one.
+template <typename Descriptor>
+void write_comment(Writer& out, const Descriptor& descriptor) {
+  const std::vector<std::string> comment = comment_of(descriptor);
+  if (!comment.empty()) out.line(docstring(comment, out.margin()));
+}
+
 void write_enum(Writer& out, const pb::EnumDescriptor& type) {
   const std::string name = python_name(type.name());
   out.line("class " + name + "(vu_enum.Enum):");
   out.indent();
+  write_comment(out, type);
   for (int i = 0; i < type.value_count(); ++i) {
     out.line(enumerator_name(type.value(i)->name()) + " = " +
              std::to_string(type.value(i)->number()));
@@ -106,6 +114,7 @@ void write_constructors(Writer& out, const pb::Descriptor& type) {
 void write_message(Writer& out, const pb::Descriptor& type) {
   out.line("class " + python_name(type.name()) + "(vu_message.Message):");
   out.indent();
+  write_comment(out, type);
   for (int i = 0; i < type.enum_type_count(); ++i) write_enum(out, *type.enum_type(i));
   for (int i = 0; i < type.nested_type_count(); ++i) {
     if (!type.nested_type(i)->options().map_entry()) write_message(out, *type.nested_type(i));
@@ -123,6 +132,7 @@ void write_message(Writer& out, const pb::Descriptor& type) {
     const Types types = field_types(field);
     out.line(name + ": vu_message.Field[" + types.read + ", " + types.write + "]" +
              (is_method_name(name) ? "  # type: ignore[assignment]" : ""));
+    write_comment(out, field);
   }
   write_constructors(out, type);
   out.dedent();
