@@ -27,6 +27,7 @@ function(vu_add_python_module name)
   target_link_libraries(${name} PRIVATE vu_flags)
   set_target_properties(${name} PROPERTIES
     PREFIX "" SUFFIX ".so" LIBRARY_OUTPUT_DIRECTORY ${VU_PYTHON_DIR})
+  vu_install_python_module(${name})
 endfunction()
 
 # vu_optimize_whole(TARGET): looks at the sources of a target together, which saves small functions
@@ -53,4 +54,5 @@ function(vu_add_python_files target)
     list(APPEND copies ${copy})
   endforeach()
   add_custom_target(${target} ALL DEPENDS ${copies})
+  vu_install_python_files("${arg_PACKAGE}" ${arg_UNPARSED_ARGUMENTS})
 endfunction()

@@ -14,6 +14,25 @@ debian_mirror() {
   echo "${mirror:-http://deb.debian.org/debian}"
 }
 
+# sysroot_database TREE PLACE: in TREE/.dpkg, dpkg's database of the libraries in TREE as they are
+# seen from here when TREE is in PLACE. With it dpkg-shlibdeps knows what packages for that machine
+# depend on.
+sysroot_database() {
+  local tree=$1 place=$2 deb name file
+  mkdir -p "$tree/.dpkg/info"
+  for deb in "$tree"/var/cache/apt/archives/*.deb; do
+    dpkg-deb --info "$deb" shlibs >/dev/null 2>&1 || continue
+    name=$(dpkg-deb --field "$deb" Package)
+    dpkg-deb --field "$deb" >>"$tree/.dpkg/status"
+    printf 'Status: install ok installed\n\n' >>"$tree/.dpkg/status"
+    dpkg-deb --fsys-tarfile "$deb" | tar -t | sed "s|^\.|$place|; s|/\$||" >"$tree/.dpkg/info/$name.list"
+    for file in shlibs symbols; do
+      dpkg-deb --info "$deb" $file >"$tree/.dpkg/info/$name.$file" 2>/dev/null ||
+        rm "$tree/.dpkg/info/$name.$file"
+    done
+  done
+}
+
 # make_sysroot: makes the tree, unless it is there and made the way it would be now.
 make_sysroot() {
   local stamp work=$SYSROOT.new
@@ -26,9 +45,10 @@ make_sysroot() {
   mkdir -p "$(dirname "$work")"
   # The release as it was published, without updates: every mirror has it for armhf.
   timeout --kill-after=10 15m mmdebstrap --quiet --mode=chrootless --arch=armhf \
-    --variant=extract --include="$SYSROOT_PACKAGES" bookworm "$work" \
+    --variant=extract --skip=cleanup/apt --include="$SYSROOT_PACKAGES" bookworm "$work" \
     "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror bookworm main" \
     </dev/null
+  sysroot_database "$work" "$SYSROOT"
   # Programs that qemu-arm runs see these directories of the machine, not of the tree.
   rm -rf "${work:?}"/{tmp,dev,var,etc,run,proc,sys}
   find "$work" -type l -lname '/*' -print0 |

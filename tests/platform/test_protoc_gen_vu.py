@@ -1,6 +1,7 @@
 """The plugin: what it writes and what it refuses."""
 
 import ast
+import errno
 import pathlib
 import shutil
 import subprocess
@@ -10,9 +11,22 @@ import textwrap
 import pytest
 from message_support import BUILD, PROTOS
 
-PLUGIN = shutil.which("protoc-gen-vu", path=str(BUILD / "bin"))
+PLUGIN = str(BUILD / "bin" / "protoc-gen-vu")
+
+
+def is_for_this_processor(program):
+    try:
+        subprocess.run([program], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                       stderr=subprocess.DEVNULL)
+    except OSError as error:
+        if error.errno == errno.ENOEXEC:
+            return False
+        raise
+    return True
+
+
 pytestmark = pytest.mark.skipif(
-    PLUGIN is None, reason="a build for another processor takes the plugin from the host's"
+    not is_for_this_processor(PLUGIN), reason="protoc cannot start a plugin for another processor"
 )
 
 
