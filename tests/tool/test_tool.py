@@ -747,6 +747,8 @@ def test_json_of_trees_is_that_of_protobuf(scalars):
         "by_number": {"-7": {"name": "z"}},
         "counts": {"one": 1},
         "chosen_text": "",
+        "time": "2026-11-21T19:30:00.500Z",
+        "wrapped": "",
     }
     message = same_as_google(scalars, "Node", "vu_test_tree_pb2", node)
     assert values.to_plain(scalars, message) == node
@@ -754,6 +756,7 @@ def test_json_of_trees_is_that_of_protobuf(scalars):
 
 def test_words(scalars):
     words = (
+        "time=2026-11-21T19:30:00Z child.time.seconds=5 wrapped=5 child.wrapped=\"x\" "
         'name=root child.child.name=deep leaves={"name":"a"} leaves={"values":[1]} counts.one=1'
         " by_name.x={} leaf.kind=GOLDEN leaf.values=[3,4] leaf.name=a=b chosen_text="
     ).split()
@@ -761,13 +764,34 @@ def test_words(scalars):
     made = values.from_plain(scalars, node, values.tree_of(scalars, node, words))
     assert values.to_plain(scalars, made) == {
         "name": "root",
-        "child": {"child": {"name": "deep"}},
+        "time": "2026-11-21T19:30:00Z",
+        "wrapped": "5",
+        "child": {
+            "child": {"name": "deep"},
+            "time": "1970-01-01T00:00:05Z",
+            "wrapped": "x",
+        },
         "leaf": {"name": "a=b", "kind": "GOLDEN", "values": [3, 4]},
         "leaves": [{"name": "a"}, {"values": [1]}],
         "counts": {"one": 1},
         "by_name": {"x": {}},
         "chosen_text": "",
     }
+
+
+def test_well_known_types_that_are_wrong(scalars):
+    node = scalars.find("Node")
+    for words, text in (
+        (["time=yesterday"], "time: expected google.protobuf.Timestamp, not yesterday"),
+        (["child.time=5"], "child.time: expected google.protobuf.Timestamp, not 5"),
+        (["time.second=5"], 'time: expected google.protobuf.Timestamp, not {"second": "5"}'),
+    ):
+        with pytest.raises(values.ToolError) as error:
+            values.from_plain(scalars, node, values.tree_of(scalars, node, words))
+        assert str(error.value) == text
+    made = node(time={"seconds": 2**60})  # JSON has no date for it
+    assert values.to_plain(scalars, made) == {"time": {"seconds": str(2**60)}}
+    assert values.from_plain(scalars, node, values.to_plain(scalars, made)) == made
 
 
 # ---- Completion -----------------------------------------------------------------------------

@@ -1,7 +1,8 @@
 """Messages as JSON values, and from JSON values and from words such as `name=value`.
 
 The JSON is that of protocol buffers: 64-bit integers as strings, bytes as base64, enums by name,
-with the field names of the .proto file.
+with the field names of the .proto file. Groups have JSON here too, and a mistake is told with what
+would be right; so only the JSON of the well-known types is that of Message.ToJson.
 """
 
 from __future__ import annotations
@@ -13,7 +14,7 @@ import math
 import struct
 from typing import Any, Callable, Dict, Iterable, List, Optional, Type
 
-from vu_message import Message
+from vu_message import EncodeError, Message
 
 from .errors import ToolError
 from .protos import Types
@@ -77,10 +78,23 @@ def key_to_plain(key: Any) -> str:
     return str(key).lower() if isinstance(key, bool) else str(key)
 
 
+def is_well_known(cls: Type[Message]) -> bool:
+    return cls.__module__ == "vu_well_known"
+
+
+def well_known_to_plain(types: Types, message: Message) -> Any:
+    try:
+        return json.loads(message.ToJson())
+    except EncodeError:  # such as a time out of range: its fields are all there is to say
+        return to_plain(types, message)
+
+
 def single_to_plain(types: Types, field: Any, value: Any) -> Any:
-    if field.type in MESSAGES:
-        return to_plain(types, value)
-    return scalar_to_plain(types, field, value)
+    if field.type not in MESSAGES:
+        return scalar_to_plain(types, field, value)
+    if is_well_known(type(value)):
+        return well_known_to_plain(types, value)
+    return to_plain(types, value)
 
 
 def to_plain(
@@ -168,8 +182,21 @@ def enum_from(types: Types, field: Any, path: str, value: Any) -> int:
         raise wrong(path, "one of " + ", ".join(names), value)
 
 
+def well_known_from(path: str, cls: Type[Message], value: Any) -> Message:
+    """From JSON, which as a word needs no quotes."""
+    texts = [str(value), json.dumps(value)] if isinstance(value, Text) else [json.dumps(value)]
+    for text in texts:
+        try:
+            return cls.FromJson(text)
+        except ValueError:
+            pass
+    raise wrong(path, cls.DESCRIPTOR.full_name, value)
+
+
 def single_from(types: Types, field: Any, path: str, cls: Type[Message], value: Any) -> Any:
     """`cls` is the class of the messages of a field of messages."""
+    if field.type in MESSAGES and is_well_known(cls):
+        return well_known_from(path, cls, value)
     if field.type in MESSAGES:
         return from_plain(types, cls, unquoted(path, value), path + ".")
     if field.type == ENUM:
