@@ -42,7 +42,8 @@ python_suites() {
 store_suites() {
   local leg=$1 program
   shift
-  for program in vu_store_test vu_store_c_test vu_server_test vu_server_functions_test; do
+  for program in vu_store_test vu_store_c_test vu_server_test vu_server_functions_test \
+    vu_server_engine_test; do
     run_suite "$leg" "$program" 300 "$@" "build/$leg/bin/$program"
   done
 }

@@ -253,6 +253,13 @@ class Store:
         """A number that grows with everything of which more may come."""
         return self._activity
 
+    def is_scanning(self):
+        """Whether a scan has not ended: it asks again and again, and may find nothing meanwhile."""
+        return any(
+            inbox.what.startswith("scan") and not inbox.completed
+            for inbox in self._living_inboxes()
+        )
+
     def inbox(self, what, last):
         inbox = Inbox(what, last)
         self._inboxes.append(weakref.ref(inbox))

@@ -4,10 +4,10 @@
 
 namespace vu::store::test {
 
-Client::Client(const std::string& store) {
+Client::Client(const std::string& store, uv_loop_s* loop) {
   char error[100] = "";
   handle_ = vu_platform_open(
-      store.c_str(), nullptr, [](void* user) { ++static_cast<Client*>(user)->wakes_; }, this, error,
+      store.c_str(), loop, [](void* user) { ++static_cast<Client*>(user)->wakes_; }, this, error,
       sizeof(error));
   EXPECT_NE(handle_, nullptr) << error;
 }

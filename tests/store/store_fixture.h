@@ -42,7 +42,7 @@ struct Seen {
 
 class Client {
  public:
-  explicit Client(const std::string& store = "embedded:");
+  explicit Client(const std::string& store = "embedded:", uv_loop_s* loop = nullptr);
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
   ~Client();

@@ -59,7 +59,7 @@ ServerStore::~ServerStore() {
   router_->flush();
   router_->close();
   stream_->close();
-  stores().erase(Key(url_, loop_));
+  std::erase_if(stores(), [](const auto& entry) { return entry.second.expired(); });
 }
 
 void ServerStore::detach(Session& session) noexcept {
