@@ -5,7 +5,7 @@ SUITE is one of
   calls    each call that the binding makes fails once
   memory   each allocation fails once, and all from the n-th on
   slopes   what calls leave behind does not grow
-  platform each allocation fails in the platform's modules
+  platform each allocation fails in the platform's modules, and in their imports
   platform_calls each call that they make of the interpreter fails once
   platform_slopes what actions on them leave behind does not grow
 
@@ -56,7 +56,8 @@ def main():
     sys.dont_write_bytecode = True
 
     if all(argument.startswith("-") for argument in arguments):
-        arguments += ["test_" + suite] + (["test_reply_slopes"] if suite == "slopes" else [])
+        more = {"slopes": ["test_reply_slopes"], "platform": ["test_platform_imports"]}
+        arguments += ["test_" + suite] + more.get(suite, [])
     unittest.main(module=None, argv=["run.py"] + arguments)
 
 

@@ -8,8 +8,6 @@ arguments behind where it cannot make a frame.
 """
 import gc
 import inspect
-import os
-import signal
 import unittest
 
 import vu_thread
@@ -17,6 +15,7 @@ import vu_thread
 import allocations
 import inject
 import platform_actions
+from children import in_child
 
 MOST_OPERATIONS = 5000
 
@@ -66,39 +65,6 @@ def run_out_of_memory(action, kind, once, note):
         if not was_hit:
             return n - 1
     raise Wrong("no end")
-
-
-def in_child(function):
-    """What the function says, which a child process calls; how the child ended where it says
-    nothing."""
-    readable, writable = os.pipe()
-    pid = os.fork()
-    if pid == 0:
-        os.dup2(os.open(os.devnull, os.O_WRONLY), 2)
-        try:
-            answer = function(note)
-        except BaseException as error:
-            answer = "%s: %s" % (type(error).__name__, error)
-        os.write(writable, answer.encode())
-        os._exit(0)
-    os.close(writable)
-    with os.fdopen(readable, "rb") as answers:
-        answer = answers.read().decode()
-    status = os.waitpid(pid, 0)[1]
-    if status != 0:
-        return "operation %s ended the process, status %d" % (
-            os.pread(progress, 8, 0).decode().strip(), status)
-    return answer
-
-
-progress = os.memfd_create("progress")
-LONGEST = 60  # seconds for one operation, on a busy machine
-
-
-def note(n):
-    """Writes down which operation is about to fail, and ends the process where it hangs."""
-    os.pwrite(progress, b"%8d" % n, 0)
-    signal.alarm(LONGEST)
 
 
 class Platform(unittest.TestCase):
