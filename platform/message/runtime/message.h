@@ -51,6 +51,9 @@ struct MessageObject : Node {
   bool registered;  // the store knows the address
 };
 
+inline Place::Place(const MessageObject& message, const Field& field, const Place* around)
+    : holder_(around == nullptr ? &message : nullptr), around_(around), field_(&field) {}
+
 inline Node* parts_of(const MessageObject& message) {
   return message.held == nullptr ? nullptr : message.held->parts;
 }

@@ -48,9 +48,6 @@ std::string path_of(const Node& node) {
   return path;
 }
 
-Place::Place(const MessageObject& message, const Field& field, const Place* around)
-    : holder_(around == nullptr ? &message : nullptr), around_(around), field_(&field) {}
-
 Place Place::element(int index) const {
   Place place = *this;
   place.index_ = index;
