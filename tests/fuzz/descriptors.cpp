@@ -3,16 +3,17 @@
 //
 // What is accepted is kept for the life of the process: long runs are many short ones.
 #include <google/protobuf/descriptor.pb.h>
-#include <google/protobuf/io/coded_stream.h>
-#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/unknown_field_set.h>
 
-#include <memory>
+#include <map>
 #include <string>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "input.h"
 #include "interpreter.h"
+#include "message_bytes.h"
 #include "message_play.h"
 #include "vu_options.h"
 #include "vu_platform.h"
@@ -220,17 +221,6 @@ void add_names(const pb::DescriptorProto& message, const std::string& prefix,
   }
 }
 
-std::string deterministic(const pb::Message& message) {
-  std::string text;
-  {
-    pb::io::StringOutputStream stream(&text);
-    pb::io::CodedOutputStream out(&stream);
-    out.SetSerializationDeterministic(true);
-    message.SerializePartialToCodedStream(&out);
-  }
-  return text;
-}
-
 // A message is read back as it was stored, or its type refused.
 void store(PyObject* cls, std::string_view wire) {
   const py::Owned data = bytes(std::string(wire));
@@ -240,7 +230,7 @@ void store(PyObject* cls, std::string_view wire) {
   const py::Owned number = ended(PyObject_CallMethod(message.get(), "get_ptr", nullptr));
   check(!number.is_null(), "get_ptr");
   const std::intptr_t address = PyLong_AsSsize_t(number.get());
-  const std::string wanted = deterministic(*reinterpret_cast<const pb::Message*>(address));
+  const std::string wanted = bytes_of(*reinterpret_cast<const pb::Message*>(address));
   char error[100] = "";
   vu_mom_handle* const handle =
       vu_platform_open("embedded:fuzz", nullptr, nullptr, nullptr, error, sizeof error);
@@ -248,8 +238,7 @@ void store(PyObject* cls, std::string_view wire) {
   std::string found;
   const vu_mom_reply_cb keep = [](void*, const vu_mom_reply* reply, void* privdata) {
     check(vu_platform_details_of(reply)->status == VU_MOM_OK && reply->data != nullptr, "get");
-    *static_cast<std::string*>(privdata) =
-        deterministic(*static_cast<const pb::Message*>(reply->data));
+    *static_cast<std::string*>(privdata) = bytes_of(*static_cast<const pb::Message*>(reply->data));
   };
   const std::int32_t status = vu_mom_set_ext(handle, 0, nullptr, address, nullptr, nullptr);
   if (status == VU_MOM_OK) {
@@ -264,8 +253,46 @@ void store(PyObject* cls, std::string_view wire) {
   vu_platform_free(handle);
 }
 
-void run(Input& in) {
+// A file that was added, with what was made of it. Most inputs differ in what they do with a file
+// that an earlier one has brought.
+struct File {
+  PyObject* added = nullptr;  // null: it was refused
+  std::vector<std::string> names;
+  std::map<std::pair<std::size_t, bool>, PyObject*> classes;  // by the name's place, and by hand
+};
+
+// Adds a file twice, under names of its own: what earlier inputs have added is still there.
+File add_twice(pb::FileDescriptorProto& file) {
   static int number = 0;
+  const std::string package = "p" + std::to_string(++number);
+  file.set_name(package + ".proto");
+  file.set_package(package);
+  const std::string serialised = file.SerializePartialAsString();
+  File made;
+  made.added = add(serialised).release();
+  if (made.added == nullptr) {
+    check(add(serialised).is_null(), "a file is refused once");
+    return made;
+  }
+  look_at(made.added, {"name", "package"});
+  check(!add(serialised).is_null(), "a file is accepted once");
+  for (const pb::DescriptorProto& message : file.message_type()) {
+    add_names(message, package + ".", made.names);
+  }
+  if (made.names.size() > kMostClasses) made.names.resize(kMostClasses);
+  return made;
+}
+
+File& file_of(pb::FileDescriptorProto& file) {
+  static auto* const files = new std::unordered_map<std::string, File>();
+  file.clear_name();
+  file.clear_package();
+  const auto [place, is_new] = files->try_emplace(file.SerializePartialAsString());
+  if (is_new) place->second = add_twice(file);
+  return place->second;
+}
+
+void run(Input& in) {
   pb::FileDescriptorProto file;
   if (in.pick(8) == 7) {
     const std::string raw(in.rest());
@@ -276,28 +303,15 @@ void run(Input& in) {
   } else {
     make_file(in, file);
   }
-  // Names of its own: what earlier inputs have added is still there.
-  const std::string package = "p" + std::to_string(++number);
-  file.set_name(package + ".proto");
-  file.set_package(package);
-  const std::string serialised = file.SerializePartialAsString();
-  const py::Owned added = add(serialised);
-  if (added.is_null()) {
-    check(add(serialised).is_null(), "a file is refused once");
-    return;
-  }
-  look_at(added.get(), {"name", "package"});
-  check(!add(serialised).is_null(), "a file is accepted once");
-  std::vector<std::string> names;
-  for (const pb::DescriptorProto& message : file.message_type()) {
-    add_names(message, package + ".", names);
-  }
-  std::vector<py::Owned> held;
+  File& brought = file_of(file);
+  if (brought.added == nullptr) return;
   std::vector<PyObject*> classes;
-  for (std::size_t i = 0; i < names.size() && i < kMostClasses; ++i) {
-    held.push_back(class_of(added.get(), names[i], in.flag()));
-    check(!held.back().is_null(), "a message type has no class");
-    classes.push_back(held.back().get());
+  for (std::size_t i = 0; i < brought.names.size(); ++i) {
+    const bool by_hand = in.flag();
+    PyObject*& cls = brought.classes[{i, by_hand}];
+    if (cls == nullptr) cls = class_of(brought.added, brought.names[i], by_hand).release();
+    check(cls != nullptr, "a message type has no class");
+    classes.push_back(cls);
   }
   if (classes.empty()) return;
   store(in.pick_of(classes), in.bytes(in.pick(16)));

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "input.h"
+#include "message_bytes.h"
 #include "store_messages.h"
 #include "store_model.h"
 #include "vu_platform.h"
@@ -402,6 +403,14 @@ class Run {
     check_told(handle);
   }
 
+  // A command that takes one message and nothing else.
+  template <typename Ideal, typename Real>
+  void ask_about(Handle& handle, const Known& message, Ideal ideal, Real real) {
+    ask(
+        handle, &message, [&] { return (handle.model->*ideal)(db_, message); },
+        [&](auto cb, void* p) { return real(handle.raw, db_, message.address, cb, p); });
+  }
+
   // A command on a level.
   template <typename Ideal, typename Real>
   void ask_all(Handle& handle, const Known& message, std::uint32_t end_mark, Ideal ideal,
@@ -528,16 +537,12 @@ void Run::values(int op, Handle& handle, const Known& message) {
   const vu_mom_message at = message.address;
   switch (op) {
     case 0:
-      return ask(
-          handle, &message, [&] { return model.get(db, message); },
-          [&](auto cb, void* p) { return vu_mom_get(raw, db, at, cb, p); });
+      return ask_about(handle, message, &Model::get, vu_mom_get);
     case 1:
       if (types()[static_cast<std::size_t>(message.name->type)].counter.number == 0) {
         return check(vu_mom_incr(raw, db, at, &on_reply, nullptr) == VU_MOM_BAD_INPUT, "incr");
       }
-      return ask(
-          handle, &message, [&] { return model.incr(db, message); },
-          [&](auto cb, void* p) { return vu_mom_incr(raw, db, at, cb, p); });
+      return ask_about(handle, message, &Model::incr, vu_mom_incr);
     case 2:
       return ask(
           handle, &message, [&] { return model.setnx(db, message); },
@@ -567,9 +572,7 @@ void Run::values(int op, Handle& handle, const Known& message) {
           [&](auto cb, void* p) { return vu_mom_del_ow_ext(raw, db, &flag, at, cb, p, owner); });
     }
     default:
-      return ask(
-          handle, &message, [&] { return model.del(db, message); },
-          [&](auto cb, void* p) { return vu_mom_del(raw, db, at, cb, p); });
+      return ask_about(handle, message, &Model::del, vu_mom_del);
   }
 }
 
@@ -623,9 +626,7 @@ void Run::lists(int op, Handle& handle, const Known& message) {
             return (op == 2 ? vu_mom_lpop : vu_mom_rpop)(raw, db, at, cb, p);
           });
     case 4:
-      return ask(
-          handle, &message, [&] { return model.llen(db, message); },
-          [&](auto cb, void* p) { return vu_mom_llen(raw, db, at, cb, p); });
+      return ask_about(handle, message, &Model::llen, vu_mom_llen);
     case 5: {
       const std::int32_t position = in_.number();
       return ask(
@@ -661,23 +662,17 @@ void Run::lists(int op, Handle& handle, const Known& message) {
 }
 
 void Run::sets(int op, Handle& handle, const Known& message) {
-  Model& model = *handle.model;
-  const auto run = [&](auto ideal, auto real) {
-    ask(
-        handle, &message, [&] { return (model.*ideal)(db_, message); },
-        [&](auto cb, void* p) { return real(handle.raw, db_, message.address, cb, p); });
-  };
   switch (op) {
     case 0:
-      return run(&Model::sadd, vu_mom_sadd);
+      return ask_about(handle, message, &Model::sadd, vu_mom_sadd);
     case 1:
-      return run(&Model::srem, vu_mom_srem);
+      return ask_about(handle, message, &Model::srem, vu_mom_srem);
     case 2:
-      return run(&Model::smembers, vu_mom_smembers);
+      return ask_about(handle, message, &Model::smembers, vu_mom_smembers);
     case 3:
-      return run(&Model::scard, vu_mom_scard);
+      return ask_about(handle, message, &Model::scard, vu_mom_scard);
     default:
-      return run(&Model::sismember, vu_mom_sismember);
+      return ask_about(handle, message, &Model::sismember, vu_mom_sismember);
   }
 }
 
@@ -720,11 +715,6 @@ void Run::sorted_sets(int op, Handle& handle, const Known& message) {
   vu_mom_handle* const raw = handle.raw;
   const std::int32_t db = db_;
   const vu_mom_message at = message.address;
-  const auto plain = [&](auto ideal, auto real) {
-    ask(
-        handle, &message, [&] { return (model.*ideal)(db, message); },
-        [&](auto cb, void* p) { return real(raw, db, at, cb, p); });
-  };
   const auto between = [&](auto low, auto high, auto ideal, auto real) {
     ask(
         handle, &message, [&] { return (model.*ideal)(db, message, low, high); },
@@ -732,11 +722,11 @@ void Run::sorted_sets(int op, Handle& handle, const Known& message) {
   };
   switch (op) {
     case 0:
-      return plain(&Model::zcard, vu_mom_zcard);
+      return ask_about(handle, message, &Model::zcard, vu_mom_zcard);
     case 1:
-      return plain(&Model::zrank, vu_mom_zrank);
+      return ask_about(handle, message, &Model::zrank, vu_mom_zrank);
     case 2:
-      return plain(&Model::zscore, vu_mom_zscore);
+      return ask_about(handle, message, &Model::zscore, vu_mom_zscore);
     default:
       break;
   }

@@ -1,12 +1,10 @@
 #include "message_play.h"
 
-#include <google/protobuf/io/coded_stream.h>
-#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
-
 #include <memory>
 #include <unordered_map>
 
 #include "interpreter.h"
+#include "message_bytes.h"
 #include "vu_platform.h"
 
 namespace vu::fuzz {
@@ -82,17 +80,6 @@ const std::vector<PyObject*>& names_of(PyTypeObject* cls) {
   }
   names.push_back(interned("no_such_field"));
   return names;
-}
-
-std::string deterministic(const pb::Message& message) {
-  std::string bytes;
-  {
-    pb::io::StringOutputStream stream(&bytes);
-    pb::io::CodedOutputStream out(&stream);
-    out.SetSerializationDeterministic(true);
-    check(message.SerializePartialToCodedStream(&out), "a message cannot be serialised");
-  }
-  return bytes;
 }
 
 std::string text_of(const py::Owned& bytes) {
@@ -188,7 +175,7 @@ void MessagePlay::check_message(PyObject* message) {
   addresses_.push_back(address);
   const auto& native = *reinterpret_cast<const pb::Message*>(address);
   const std::string bytes = text_of(serialised(message));
-  check(bytes == deterministic(native), "a message is serialised in another way");
+  check(bytes == bytes_of(native), "a message is serialised in another way");
   const py::Owned size = ended(PyObject_CallMethod(message, "ByteSize", nullptr));
   check(PyLong_AsSize_t(size.get()) == bytes.size(), "ByteSize");
   // Reading it again comes to the same, where it is not too deep for that.
@@ -219,14 +206,14 @@ void MessagePlay::parse() {
   const std::string text(wire);
   const bool good = wanted->ParsePartialFromString(text);
   const bool merge = options % 2 == 1;
-  const std::string before = deterministic(native);
+  const std::string before = bytes_of(native);
   if (merge && good) {
     const std::unique_ptr<pb::Message> whole(native.New());
     whole->CopyFrom(native);
     whole->MergeFrom(*wanted);
     wanted->GetReflection()->Swap(wanted.get(), whole.get());
   }
-  const std::string wanted_bytes = good ? deterministic(*wanted) : before;
+  const std::string wanted_bytes = good ? bytes_of(*wanted) : before;
   PyObject* const result =
       PyObject_CallMethodOneArg(message, merge ? known().merge : known().parse, data.get());
   if (result == nullptr) {

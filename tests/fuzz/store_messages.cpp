@@ -1,14 +1,12 @@
 #include "store_messages.h"
 
-#include <google/protobuf/io/coded_stream.h>
-#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
-
 #include <algorithm>
 #include <map>
 #include <memory>
 
 #include "../store/test_messages.h"
 #include "input.h"
+#include "message_bytes.h"
 
 namespace vu::fuzz {
 
@@ -237,17 +235,6 @@ std::vector<Group> make_groups() {
 }
 
 }  // namespace
-
-std::string bytes_of(const pb::Message& message) {
-  std::string bytes;
-  {
-    pb::io::StringOutputStream stream(&bytes);
-    pb::io::CodedOutputStream out(&stream);
-    out.SetSerializationDeterministic(true);
-    check(message.SerializePartialToCodedStream(&out), "a message cannot be serialised");
-  }
-  return bytes;
-}
 
 const std::vector<Type>& types() {
   static const auto* const all = new std::vector<Type>(make_types());

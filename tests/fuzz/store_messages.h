@@ -1,10 +1,7 @@
 // The messages that the engine is fuzzed with, and what the model knows of them.
 #pragma once
 
-#include <google/protobuf/message.h>
-
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "store_model.h"
@@ -22,8 +19,5 @@ using Group = std::vector<Known>;
 
 const std::vector<Type>& types();
 const std::vector<Group>& groups();
-
-// The serialisation by which messages are compared.
-std::string bytes_of(const google::protobuf::Message& message);
 
 }  // namespace vu::fuzz
