@@ -522,8 +522,8 @@ def kind_of(command):
 RUNS_ON = ("run",)
 
 # What a library ends the process in where malloc fails: libuv while it makes a loop, and others.
-MAKES_LOOPS = ("no descriptor for a loop", "no descriptor for a timer", "reopened", "new loop",
-               "wrong loop") + WRITES_JSON
+ENDED_BY_LIBRARIES = WRITES_JSON + (
+    "no descriptor for a loop", "no descriptor for a timer", "reopened", "new loop", "wrong loop")
 
 
 def all_actions():
