@@ -10,9 +10,8 @@ import recorder
 import support
 import vu_global
 import vu_mom
+from asking import GETFUNC
 from support import HANDLE, BindingTest, Client
-
-GETFUNC = "__getfunc"  # not an identifier in a class body, where it would be mangled
 
 
 class Construction(BindingTest):

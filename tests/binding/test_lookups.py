@@ -4,18 +4,8 @@ import unittest
 
 import recorder
 import support
+from asking import GETFUNC, AskingTest, text_of
 from support import BindingTest, Client
-
-GETFUNC = "__getfunc"
-
-
-def text_of(function):
-    """What the interpreter says when the function fails."""
-    try:
-        function()
-    except Exception as error:
-        return str(error)
-    raise AssertionError("it does not fail")
 
 
 def slotless(base=object, **attributes):
@@ -26,25 +16,7 @@ def slotless(base=object, **attributes):
     return type("Slotless", (base,), content)
 
 
-class Asking(Client):
-    """A client that answers with itself and notes what it is asked for."""
-    asked = None
-
-
-setattr(Asking, GETFUNC, property(lambda self: self.asked.append))
-
-
-class Messages(BindingTest):
-
-    def setUp(self):
-        super(Messages, self).setUp()
-        self.asking = Asking(self.glb)
-        self.asking.asked = []
-        self.glb.apps[:] = []
-
-    def tearDown(self):
-        self.asking = None
-        super(Messages, self).tearDown()
+class Messages(AskingTest):
 
     def asked(self, obj):
         """The name of the reply method, as `get` asks for it."""

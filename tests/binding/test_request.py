@@ -10,39 +10,11 @@ import recorder
 import support
 import vu_mom
 import vu_mom_common
+from asking import GETFUNC, AskingTest, text_of
 from support import BindingTest, Client, Message, reports
 
-GETFUNC = "__getfunc"
 
-
-def text_of(function):
-    """What the interpreter says when the function fails."""
-    try:
-        function()
-    except TypeError as error:
-        return str(error)
-    raise AssertionError("it does not fail")
-
-
-class Asking(Client):
-    """A client that shows what it is asked for, and answers with itself."""
-    asked = None
-
-
-setattr(Asking, GETFUNC, property(lambda self: self.asked.append))
-
-
-class Name(BindingTest):
-
-    def setUp(self):
-        super(Name, self).setUp()
-        self.asking = Asking(self.glb)
-        self.asking.asked = []
-        self.glb.apps[:] = []
-
-    def tearDown(self):
-        self.asking = None
-        super(Name, self).tearDown()
+class Name(AskingTest):
 
     def get(self, obj, client=None):
         (client or self.asking).get(0, obj, None)
