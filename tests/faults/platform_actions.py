@@ -162,7 +162,8 @@ class App(object):
 def global_actions():
     def whole(glb):
         glb.regist_app(App())
-        seen = repr(glb), glb.apps, glb.thread_master, glb.store, glb.closed
+        seen = repr(glb), glb.apps, glb.thread_master, glb.store, glb.store_text, glb.closed
+        seen += tuple(glb.stats().items())
         glb.fileno()
         glb._advance_clock(1)
         raised(glb._advance_clock, "x")
@@ -183,6 +184,7 @@ def global_actions():
         raised(glb.regist_app, App())
         raised(glb.__enter__)
         raised(glb._advance_clock, 1)
+        glb.stats()
 
     def raw():
         glb = vu_global.VuGlobal.__new__(vu_global.VuGlobal)
