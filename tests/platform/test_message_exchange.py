@@ -100,7 +100,7 @@ def test_the_messages_that_are_published():
 
 
 @pytest.mark.parametrize("name", PAIRS)
-def test_bytes(name):
+def test_bytes_of_every_pair(name):
     theirs, ours = PAIRS[name]
     for their, our in both_filled(name):
         assert theirs.FromString(our.SerializePartialToString()) == their
@@ -113,7 +113,7 @@ def test_bytes(name):
 
 
 @pytest.mark.parametrize("name", WITH_JSON)
-def test_json(name):
+def test_json_of_every_pair(name):
     theirs, ours = PAIRS[name]
     for their, our in both_filled(name):
         assert ours.FromJson(json_format.MessageToJson(their)) == our
@@ -127,7 +127,7 @@ OPTIONS = ["preserving_proto_field_name", "use_integers_for_enums"]
 
 @pytest.mark.parametrize("option", OPTIONS)
 @pytest.mark.parametrize("name", WITH_JSON)
-def test_json_with_options(name, option):
+def test_json_with_options_of_every_pair(name, option):
     for their, our in both_filled(name, [1]):
         text = our.ToJson(**{option: True})
         assert json.loads(text) == json_format.MessageToDict(their, **{option: True})

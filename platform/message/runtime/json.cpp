@@ -161,9 +161,9 @@ PyObject* to_json(PyObject* self, PyObject* arguments, PyObject* keywords) {
     const MessageInfo& info = *message.info;
     check_groups(encode_error, info);
     if (options.always_print_primitive_fields) check_defaults(info);
+    const pb::LogSilencer quiet;  // what it says of errors is in the exception
     const std::string bytes = serialized_text(message);
     check_texts(info, bytes);
-    const pb::LogSilencer quiet;  // what it says of errors is in the exception
     pb::io::ArrayInputStream input(bytes.data(), static_cast<int>(bytes.size()));
     Output output;
     const pb::util::Status status =
