@@ -7,7 +7,7 @@ import argparse
 import asyncio
 
 from chat_vu import Line, Visits
-from vu_aio import Client, StoreError
+from vu_aio import Client, StoreError, Subscription
 
 KEPT = 10  # lines of a room that a newcomer is shown
 
@@ -15,19 +15,21 @@ KEPT = 10  # lines of a room that a newcomer is shown
 class Guest:
     """One connection: a name, a room, and then lines both ways."""
 
-    def __init__(self, client, reader, writer):
+    def __init__(
+        self, client: Client, reader: asyncio.StreamReader, writer: asyncio.StreamWriter
+    ) -> None:
         self.client = client
         self.reader = reader
         self.writer = writer
 
-    async def ask(self, question):
+    async def ask(self, question: str) -> str:
         self.writer.write(question.encode())
         return (await self.reader.readline()).decode(errors="replace").strip()
 
-    def show(self, line):
+    def show(self, line: Line) -> None:
         self.writer.write(("%s: %s\n" % (line.author, line.text)).encode())
 
-    async def serve(self):
+    async def serve(self) -> None:
         self.name = await self.ask("Your name? ")
         self.room = await self.ask("Which room? ")
         visitor = await self.client.incr(0, Visits(room=self.room))
@@ -41,13 +43,13 @@ class Guest:
             finally:
                 listening.cancel()
 
-    async def listen(self, changes):
+    async def listen(self, changes: Subscription[Line]) -> None:
         async for change in changes:
             if isinstance(change.result, Line):  # published; the list's own changes are not
                 self.show(change.result)
                 await self.writer.drain()
 
-    async def talk(self):
+    async def talk(self) -> None:
         """What the guest says, until the connection ends."""
         async for said in self.reader:
             text = said.decode(errors="replace").strip()
@@ -58,10 +60,10 @@ class Guest:
                 await self.client.lpop(0, line)
 
 
-async def main(port, store):
+async def main(port: int, store: str) -> None:
     async with Client(store) as client:
 
-        async def connected(reader, writer):
+        async def connected(reader: asyncio.StreamReader, writer: asyncio.StreamWriter) -> None:
             try:
                 await Guest(client, reader, writer).serve()
             except (ConnectionError, StoreError):  # the guest is gone, or the store
