@@ -39,7 +39,11 @@ install_for() {
 verb_build() {
   local preset
   for preset in "${@:-host}"; do
-    install_for "$preset"
-    build_preset "$preset"
+    if [ "$preset" = packages ]; then
+      verb_package
+    else
+      install_for "$preset"
+      build_preset "$preset"
+    fi
   done
 }

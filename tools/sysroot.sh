@@ -33,22 +33,21 @@ sysroot_database() {
   done
 }
 
-# make_sysroot: makes the tree, unless it is there and made the way it would be now.
-make_sysroot() {
-  local stamp work=$SYSROOT.new
-  stamp=$(cat tools/sysroot.sh tools/run_armhf_python.c | sha256sum)
-  [ "$(cat "$SYSROOT/.stamp" 2>/dev/null)" != "$stamp" ] || return 0
-  local mirror
-  mirror=$(debian_mirror)
-  note "making the armhf sysroot in $SYSROOT from $mirror"
-  rm -rf "$SYSROOT" "$work"
+# debian_source: the line of that in a sources.list. The release as it was published, without
+# updates: every mirror has it for every architecture.
+debian_source() {
+  echo "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $(debian_mirror) bookworm main"
+}
+
+# armhf_tree TREE PLACE PACKAGES SOURCE...: a tree of these packages and what they depend on, to be
+# used in PLACE.
+armhf_tree() {
+  local work=$1 place=$2 packages=$3
+  shift 3
   mkdir -p "$(dirname "$work")"
-  # The release as it was published, without updates: every mirror has it for armhf.
   timeout --kill-after=10 15m mmdebstrap --quiet --mode=chrootless --arch=armhf \
-    --variant=extract --skip=cleanup/apt --include="$SYSROOT_PACKAGES" bookworm "$work" \
-    "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror bookworm main" \
-    </dev/null
-  sysroot_database "$work" "$SYSROOT"
+    --variant=extract --skip=cleanup/apt --include="$packages" bookworm "$work" "$@" </dev/null
+  sysroot_database "$work" "$place"
   # Programs that qemu-arm runs see these directories of the machine, not of the tree.
   rm -rf "${work:?}"/{tmp,dev,var,etc,run,proc,sys}
   find "$work" -type l -lname '/*' -print0 |
@@ -56,11 +55,21 @@ make_sysroot() {
       ln -sfnr "$work$(readlink "$link")" "$link"
     done
   find "$work" -xtype l -delete
+  # Static: it must start with a guest's LD_PRELOAD in its environment.
+  gcc -static -O2 -Wall -Wextra -Werror -o "$work/usr/bin/python3-armhf" tools/run_armhf_python.c
+}
+
+# make_sysroot: makes the tree, unless it is there and made the way it would be now.
+make_sysroot() {
+  local stamp work=$SYSROOT.new
+  stamp=$(cat tools/sysroot.sh tools/run_armhf_python.c | sha256sum)
+  [ "$(cat "$SYSROOT/.stamp" 2>/dev/null)" != "$stamp" ] || return 0
+  note "making the armhf sysroot in $SYSROOT from $(debian_mirror)"
+  rm -rf "$SYSROOT" "$work"
+  armhf_tree "$work" "$SYSROOT" "$SYSROOT_PACKAGES" "$(debian_source)"
   # Its Python would otherwise compile its library again at every start.
   /usr/bin/python3.11 -m compileall -q "$work/usr/lib/python3.11" \
     "$work/usr/lib/python3/dist-packages" >/dev/null
-  # Static: it must start with a guest's LD_PRELOAD in its environment.
-  gcc -static -O2 -Wall -Wextra -Werror -o "$work/usr/bin/python3-armhf" tools/run_armhf_python.c
   echo "$stamp" >"$work/.stamp"
   mv "$work" "$SYSROOT"
 }
