@@ -22,10 +22,9 @@ std::string key_text(const Field& field, const Key& key) {
 // Which element of its field a message is.
 std::string step_to(const MessageObject& element) {
   const Field& field = *element.field;
-  NativeMessage& parent = *element.parent->native;
   std::string step;
   if (field.map) {
-    each_entry(parent, *field.descriptor,
+    each_entry(*element.parent->native, *field.descriptor,
                [&](const Key& key, const google::protobuf::MapValueRef& value) {
                  if (&value.GetMessageValue() == element.native) step = key_text(field, key);
                });
