@@ -1,11 +1,28 @@
 #include "message_play.h"
 
+#include <google/protobuf/map_field.h>
+
 #include <memory>
 #include <unordered_map>
 
 #include "interpreter.h"
 #include "message_bytes.h"
 #include "vu_platform.h"
+
+// The name under which libprotobuf opens its map reflection.
+namespace google::protobuf::python {
+
+class MapReflectionFriend {
+ public:
+  static MapIterator begin(Message& message, const FieldDescriptor& field) {
+    return message.GetReflection()->MapBegin(&message, &field);
+  }
+  static MapIterator end(Message& message, const FieldDescriptor& field) {
+    return message.GetReflection()->MapEnd(&message, &field);
+  }
+};
+
+}  // namespace google::protobuf::python
 
 namespace vu::fuzz {
 
@@ -85,6 +102,46 @@ const std::vector<PyObject*>& names_of(PyTypeObject* cls) {
 std::string text_of(const py::Owned& bytes) {
   check(!bytes.is_null() && PyBytes_Check(bytes.get()), "no bytes");
   return {PyBytes_AS_STRING(bytes.get()), static_cast<std::size_t>(PyBytes_GET_SIZE(bytes.get()))};
+}
+
+// libprotobuf parses maps as lists of entries; makes them maps, with each key once and without
+// what entries hold beside key and value.
+void settle_maps(pb::Message& message) {
+  using Maps = pb::python::MapReflectionFriend;
+  const pb::Reflection& reflection = *message.GetReflection();
+  std::vector<const pb::FieldDescriptor*> set;
+  reflection.ListFields(message, &set);
+  for (const pb::FieldDescriptor* const field : set) {
+    if (field->cpp_type() != pb::FieldDescriptor::CPPTYPE_MESSAGE) continue;
+    if (field->is_map()) {
+      const bool has_messages = field->message_type()->map_value()->message_type() != nullptr;
+      const pb::MapIterator end = Maps::end(message, *field);
+      for (pb::MapIterator entry = Maps::begin(message, *field); entry != end; ++entry) {
+        if (has_messages) settle_maps(*entry.MutableValueRef()->MutableMessageValue());
+      }
+    } else if (field->is_repeated()) {
+      for (int i = 0; i < reflection.FieldSize(message, field); ++i) {
+        settle_maps(*reflection.MutableRepeatedMessage(&message, field, i));
+      }
+    } else {
+      settle_maps(*reflection.MutableMessage(&message, field));
+    }
+  }
+}
+
+void show(const char* what, const std::string& bytes) {
+  std::fprintf(stderr, "%s:", what);
+  for (const char c : bytes) {
+    std::fprintf(stderr, " %02x", static_cast<unsigned>(static_cast<unsigned char>(c)));
+  }
+  std::fprintf(stderr, "\n");
+}
+
+void check_same(const std::string& found, const std::string& wanted, const char* what) {
+  if (found == wanted) return;
+  show("found", found);
+  show("wanted", wanted);
+  fail(what);
 }
 
 py::Owned serialised(PyObject* message) {
@@ -175,7 +232,7 @@ void MessagePlay::check_message(PyObject* message) {
   addresses_.push_back(address);
   const auto& native = *reinterpret_cast<const pb::Message*>(address);
   const std::string bytes = text_of(serialised(message));
-  check(bytes == bytes_of(native), "a message is serialised in another way");
+  check_same(bytes, bytes_of(native), "a message is serialised in another way");
   const py::Owned size = ended(PyObject_CallMethod(message, "ByteSize", nullptr));
   check(PyLong_AsSize_t(size.get()) == bytes.size(), "ByteSize");
   // Reading it again comes to the same, where it is not too deep for that.
@@ -186,7 +243,7 @@ void MessagePlay::check_message(PyObject* message) {
   const py::Owned read = ended(PyObject_CallMethodOneArg(
       reinterpret_cast<PyObject*>(Py_TYPE(message)), known().from_string, data.get()));
   check(!read.is_null(), "a serialised message cannot be read");
-  check(text_of(serialised(read.get())) == bytes, "a message changes where it is read");
+  check_same(text_of(serialised(read.get())), bytes, "a message changes where it is read");
 }
 
 // Bytes from outside: accepted where libprotobuf accepts them, with the same outcome.
@@ -205,6 +262,7 @@ void MessagePlay::parse() {
   const std::unique_ptr<pb::Message> wanted(native.New());
   const std::string text(wire);
   const bool good = wanted->ParsePartialFromString(text);
+  if (good) settle_maps(*wanted);
   const bool merge = options % 2 == 1;
   const std::string before = bytes_of(native);
   if (merge && good) {
@@ -221,7 +279,7 @@ void MessagePlay::parse() {
     check(PyErr_ExceptionMatches(known().decode_error) != 0, "another error than DecodeError");
   }
   check(ended(result).is_null() == !good, "bytes were accepted that are no message");
-  check(text_of(serialised(message)) == wanted_bytes, "bytes were read in another way");
+  check_same(text_of(serialised(message)), wanted_bytes, "bytes were read in another way");
 }
 
 void MessagePlay::call_method() {
