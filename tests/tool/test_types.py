@@ -64,4 +64,5 @@ def test_mypy(what, cache):
 def test_what_is_wrong_is_found(cache):
     program = cache / "wrong.py"
     program.write_text("from chat_vu import Line\n\nLine(room=7)\n")
-    assert "wrong.py:3: error: No overload variant of \"Line\"" in mypy(cache, "--strict", str(program))
+    said = mypy(cache, "--strict", str(program))
+    assert 'wrong.py:3: error: No overload variant of "Line" matches' in said
