@@ -112,7 +112,7 @@ leg_debug() {
 
 verb_leg() { "leg_$1"; }
 
-#: test [LEG...] -- build and run the tests; legs: host, armhf, asan, debug (all if none is named)
+#: test [LEG...] -- build and run the tests; legs: host, armhf, asan, debug (those if none is named), packages
 verb_test() {
   local leg bad=0 passed=0 failed=0 skipped=0 p f s built=()
   [ $# != 0 ] || set -- "${LEGS[@]}"
