@@ -2,6 +2,7 @@
 ways: those of the tests, and those that the protobuf project publishes and Debian ships."""
 
 import ast
+import importlib
 import json
 import pathlib
 
@@ -71,6 +72,8 @@ def all_pairs():
         yield from pairs_of(file, theirs, vu_message.message_class)
     for name in PUBLISHED:
         file = published_file(name)
+        for needed in file.dependency:
+            importlib.import_module(needed.removesuffix(".proto").replace("/", ".") + "_pb2")
         Default().AddSerializedFile(file.SerializeToString())
         vu_message.add_file(file.SerializeToString())
         yield from pairs_of(file, theirs, vu_message.message_class)
