@@ -107,7 +107,10 @@ def test_bytes_of_every_pair(name):
     theirs, ours = PAIRS[name]
     for their, our in both_filled(name):
         assert theirs.FromString(our.SerializePartialToString()) == their
-        assert len(our.SerializePartialToString()) == our.ByteSize() == their.ByteSize()
+        assert len(our.SerializePartialToString()) == our.ByteSize()
+        # Their classes in Python do not know that fields of descriptor.proto are packed.
+        if their.DESCRIPTOR.file.name != "google/protobuf/descriptor.proto":
+            assert our.ByteSize() == their.ByteSize()
         assert ours.FromString(our.SerializePartialToString()) == our
         assert our.IsInitialized() == their.IsInitialized()
         assert [field.name for field, _ in our.ListFields()] == [
