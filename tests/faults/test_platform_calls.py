@@ -28,6 +28,8 @@ SILENT = {
 # Call sites that nothing reaches, and why.
 UNREACHABLE = {
     ("vu::get_entry(", "PyErr_SetObject"): "whoever asks has found the key a moment ago",
+    ("vu_global::(anonymous namespace)::run_once", "PyUnicode_InternFromString"):
+        "makes a name once, in the first call of a process",
     ("py::raise<int, int>(", "PyErr_Format"): "takes a vu_thread with another C interface",
 }
 
@@ -157,7 +159,7 @@ CANNOT_FAIL = {
     "PySlice_AdjustIndices", "PyType_GenericAlloc", "PyType_GenericNew", "PyType_IsSubtype",
     "PyType_Modified", "PyUnicode_Compare",  # of two strings
     "PyUnicode_CompareWithASCIIString", "PyUnicode_InternInPlace", "Py_LeaveRecursiveCall",
-    "Py_ReprLeave", "_Py_Dealloc", "_Py_NegativeRefcount",
+    "Py_ReprLeave", "_Py_Dealloc", "_Py_NegativeRefcount", "_Py_NewReference",
 }
 
 
