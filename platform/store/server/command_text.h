@@ -9,13 +9,21 @@
 
 namespace vu::store {
 
+template <typename Integer>
+void append_decimal(std::string& to, Integer value) {
+  char digits[24];
+  const auto end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
+  to.append(digits, end);
+}
+
 // Appends an array's or a word's head: the sign, a number, and the end of the line.
 inline void append_head(std::string& to, char sign, std::size_t number) {
-  char digits[24];
-  const auto end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
-  to.push_back(sign);
-  to.append(digits, end);
-  to.append("\r\n");
+  char line[24];
+  line[0] = sign;
+  char* const end = std::to_chars(line + 1, line + sizeof(line) - 2, number).ptr;
+  end[0] = '\r';
+  end[1] = '\n';
+  to.append(line, end + 2);
 }
 
 class CommandText {

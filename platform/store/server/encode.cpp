@@ -345,7 +345,11 @@ std::string encode(const Request& request, const Place& place, int partition) {
   if (request.command == Command::kGet && place.now_us < 0) {
     std::string command;
     command.reserve(3 * key.size() + 64);
-    append_command(command, {"MGET", key, key + "!meta", key + "!live"});
+    command.append("*4\r\n$4\r\nMGET\r\n");
+    for (const std::string_view companion : {"", "!meta", "!live"}) {
+      append_head(command, '$', key.size() + companion.size());
+      command.append(key).append(companion).append("\r\n");
+    }
     return command;
   }
   CommandText text(bytes_of(request));

@@ -1,9 +1,12 @@
 // Identities as people read them in keys.
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdint>
 #include <limits>
 
 #include "../identity.h"
+#include "command_text.h"
 #include "protocol.h"
 
 namespace vu::store {
@@ -12,21 +15,27 @@ namespace {
 
 constexpr char kDigits[] = "0123456789ABCDEF";
 
-bool is_plain(char byte) {
-  return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
-         (byte >= '0' && byte <= '9') || byte == '_' || byte == '.' || byte == '-';
-}
+constexpr std::array<bool, 256> kPlain = [] {
+  std::array<bool, 256> plain = {};
+  for (unsigned byte = 0; byte < plain.size(); ++byte) {
+    plain[byte] = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+                  (byte >= '0' && byte <= '9') || byte == '_' || byte == '.' || byte == '-';
+  }
+  return plain;
+}();
+
+bool is_plain(char byte) { return kPlain[static_cast<unsigned char>(byte)]; }
 
 void append_escaped(std::string& text, std::string_view bytes) {
-  for (const char byte : bytes) {
-    if (is_plain(byte)) {
-      text.push_back(byte);
-      continue;
-    }
-    const auto value = static_cast<unsigned char>(byte);
-    text.push_back('%');
-    text.push_back(kDigits[value >> 4]);
-    text.push_back(kDigits[value & 15]);
+  while (!bytes.empty()) {
+    const auto end = std::find_if_not(bytes.begin(), bytes.end(), is_plain);
+    text.append(bytes.begin(), end);
+    bytes.remove_prefix(static_cast<std::size_t>(end - bytes.begin()));
+    if (bytes.empty()) return;
+    const auto value = static_cast<unsigned char>(bytes.front());
+    const char escape[] = {'%', kDigits[value >> 4], kDigits[value & 15]};
+    text.append(escape, sizeof(escape));
+    bytes.remove_prefix(1);
   }
 }
 
@@ -52,13 +61,6 @@ bool append_unescaped(std::string& bytes, std::string_view text) {
     i += 2;
   }
   return true;
-}
-
-template <typename Integer>
-void append_decimal(std::string& text, Integer value) {
-  char digits[24];
-  const auto end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
-  text.append(digits, end);
 }
 
 template <typename Integer>
@@ -112,9 +114,7 @@ bool append_component(std::string& identity, char letter, std::string_view text)
 
 }  // namespace
 
-std::string identity_text(std::string_view identity) {
-  std::string text;
-  text.reserve(2 * identity.size());
+void append_identity_text(std::string& text, std::string_view identity) {
   while (!identity.empty()) {
     const std::string_view component = identity.substr(0, prefix_size(identity, 1));
     switch (component[0]) {
@@ -133,6 +133,12 @@ std::string identity_text(std::string_view identity) {
     text.push_back('/');
     identity.remove_prefix(component.size());
   }
+}
+
+std::string identity_text(std::string_view identity) {
+  std::string text;
+  text.reserve(2 * identity.size());
+  append_identity_text(text, identity);
   return text;
 }
 

@@ -1,5 +1,7 @@
 #include "key_names.h"
 
+#include "command_text.h"
+
 namespace vu::store {
 
 namespace {
@@ -12,10 +14,18 @@ std::uint32_t fold(std::uint32_t hash, std::string_view bytes) {
   return hash;
 }
 
-unsigned partition_of_name(std::string_view shelf, std::string_view identity) {
-  std::uint32_t hash = fold(2166136261U, shelf);
-  hash = fold(hash, ":");
-  return fold(hash, identity) % kPartitions;
+// "DB:TYPE:IDENTITY", which tells the partition.
+std::string object_name(std::int32_t db, const TypeInfo& type, std::string_view identity) {
+  std::string name;
+  name.reserve(16 + type.name.size() + 2 * identity.size());
+  append_decimal(name, db);
+  name.append(1, ':').append(type.name).append(1, ':');
+  append_identity_text(name, identity);
+  return name;
+}
+
+unsigned partition_of_name(std::string_view object_name) {
+  return fold(2166136261U, object_name) % kPartitions;
 }
 
 }  // namespace
@@ -25,17 +35,17 @@ std::string shelf_name(std::int32_t db, const TypeInfo& type) {
 }
 
 unsigned partition_of(std::int32_t db, const TypeInfo& type, std::string_view identity) {
-  return partition_of_name(shelf_name(db, type), identity_text(identity));
+  return partition_of_name(object_name(db, type, identity));
 }
 
 std::string object_key(const Place& place, std::int32_t db, const TypeInfo& type,
                        std::string_view identity) {
-  const std::string shelf = shelf_name(db, type);
-  const std::string text = identity_text(identity);
-  std::string key = place.prefix;
-  key.append(":{").append(std::to_string(partition_of_name(shelf, text))).append("}:");
-  key.append(shelf).append(":").append(text);
-  return key;
+  const std::string name = object_name(db, type, identity);
+  std::string key;
+  key.reserve(place.prefix.size() + 16 + name.size());
+  key.append(place.prefix).append(":{");
+  append_decimal(key, partition_of_name(name));
+  return key.append("}:").append(name);
 }
 
 std::string partition_key(const Place& place, unsigned partition, std::string_view name) {

@@ -24,6 +24,7 @@ void append_command(std::string& to, const std::vector<std::string_view>& words)
 // An identity as it stands in keys: each component as readable text, followed by '/'. The
 // first components of an identity give the first bytes of its text.
 std::string identity_text(std::string_view identity);
+void append_identity_text(std::string& text, std::string_view identity);
 // And back. False where `text` is no identity of the type.
 bool identity_from_text(const TypeInfo& type, std::string_view text, std::string& identity);
 

@@ -44,7 +44,8 @@ std::int32_t ServerEngine::submit(Request& request) {
 void ServerEngine::send(Request& request) {
   const bool is_wanted = request.receiver.wanted();
   const Place place = store_->place();
-  const int partition = store_->partition_for(request);
+  // One server has them all.
+  const int partition = store_->is_spread() ? store_->partition_for(request) : -1;
   Commands commands;  // to several partitions; else it is `command`
   std::string command;
   if (partition < 0 && store_->is_spread()) {
