@@ -20,8 +20,9 @@ pytest_suite() {
     "$@" -m pytest -q -p no:cacheprovider -o faulthandler_timeout=120 "tests/$suite"
 }
 
-CONTRACT_ON_ARM='not server or test_values or test_hashes or test_lists or test_lifetimes or
- test_subscriptions or test_delivery or test_scans or test_server or test_differential'
+CONTRACT_ON_ARM='not cluster and (not server or test_values or test_hashes or test_lists or
+ test_lifetimes or test_subscriptions or test_delivery or test_scans or test_server or
+ test_differential)'
 CONTRACT_ON_ARM=${CONTRACT_ON_ARM//$'\n'/}
 
 # python_suites LEG PYTHON...: what the interpreter of a leg runs.

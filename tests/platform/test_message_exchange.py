@@ -6,6 +6,7 @@ import importlib
 import json
 import pathlib
 
+import message_support  # first: it chooses protobuf's classes
 import google.protobuf
 import pytest
 import vu_message
@@ -16,7 +17,6 @@ from filled import VARIANTS, fill
 from google.protobuf import descriptor_pb2, json_format
 from google.protobuf.descriptor_pool import Default
 from google.protobuf.message_factory import MessageFactory
-from message_support import google_module
 
 OWN = [
     ("vu_test_scalars_pb2", vu_test_scalars_vu),
@@ -68,7 +68,7 @@ def all_pairs():
 
     for google_name, ours in OWN:
         file = descriptor_pb2.FileDescriptorProto()
-        google_module(google_name).DESCRIPTOR.CopyToProto(file)
+        message_support.google_module(google_name).DESCRIPTOR.CopyToProto(file)
         yield from pairs_of(file, theirs, vu_message.message_class)
     for name in PUBLISHED:
         file = published_file(name)
