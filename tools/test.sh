@@ -15,7 +15,7 @@ run_suite() { /usr/bin/python3 tools/run_suite.py "$@"; }
 pytest_suite() {
   local leg=$1 suite=$2
   shift 2
-  run_suite "$leg" "$suite" 600 env "PYTHONPATH=$PWD/build/$leg/python" \
+  run_suite "$leg" "$suite" 900 env "PYTHONPATH=$PWD/build/$leg/python" \
     "HYPOTHESIS_STORAGE_DIRECTORY=$PWD/build/hypothesis" \
     "$@" -m pytest -q -p no:cacheprovider -o faulthandler_timeout=120 "tests/$suite"
 }
@@ -45,7 +45,7 @@ store_suites() {
   shift
   for program in vu_store_test vu_store_c_test vu_server_test vu_server_functions_test \
     vu_server_engine_test; do
-    run_suite "$leg" "$program" 300 "$@" "build/$leg/bin/$program"
+    run_suite "$leg" "$program" 900 "$@" "build/$leg/bin/$program"
   done
 }
 
@@ -63,7 +63,7 @@ fuzz_suites() {
   local leg=$1 target
   shift
   for target in "${FUZZ_TARGETS[@]}"; do
-    run_suite "$leg" "fuzz-$target" 300 env "PYTHONPATH=$(fuzz_python "$leg" "$target")" \
+    run_suite "$leg" "fuzz-$target" 600 env "PYTHONPATH=$(fuzz_python "$leg" "$target")" \
       "$@" "build/$leg/bin/vu_replay_$target" "tests/fuzz/corpus/$target"
   done
 }
