@@ -43,16 +43,16 @@ verb_package() {
   ls build/packages
 }
 
-# amd64_tree: a Debian with nothing but apt in it, and the packages and their tests in /root.
+# amd64_tree: a Debian with nothing but apt in it, and the packages and their tests in /srv.
 amd64_tree() {
   local tree=$TREES/amd64
   mkdir -p "$TREES"
   as_root timeout --kill-after=10 15m mmdebstrap --quiet --mode=root --variant=apt \
     bookworm "$tree" "$(debian_source)" </dev/null
-  as_root mkdir -p "$tree/root/packages" "$tree/root/tests" "$tree/root/examples"
-  as_root cp build/packages/*_amd64.deb "$tree/root/packages"
-  as_root cp -r tests/packages "$tree/root/tests"
-  as_root cp -r examples/hello "$tree/root/examples"
+  as_root mkdir -p "$tree/srv/packages" "$tree/srv/tests" "$tree/srv/examples"
+  as_root cp build/packages/*_amd64.deb "$tree/srv/packages"
+  as_root cp -r tests/packages "$tree/srv/tests"
+  as_root cp -r examples/hello "$tree/srv/examples"
   as_root cp /etc/resolv.conf "$tree/etc/resolv.conf"
 }
 
@@ -62,8 +62,8 @@ APT="apt-get -qq -y -o Dpkg::Use-Pty=0 --no-install-recommends"
 # amd64_suite SUITE COMMAND: in the shell of the tree.
 amd64_suite() {
   local inside=(unshare --mount sh -c
-    'mount --rbind /proc "$0/proc" && exec chroot "$0" env -i LC_ALL=C.UTF-8 HOME=/root VU_PREFIX=/usr \
-       DEBIAN_FRONTEND=noninteractive PATH=/usr/sbin:/usr/bin:/sbin:/bin sh -ec "cd /root; $1"')
+    'mount --rbind /proc "$0/proc" && exec chroot "$0" env -i LC_ALL=C.UTF-8 HOME=/srv VU_PREFIX=/usr \
+       DEBIAN_FRONTEND=noninteractive PATH=/usr/sbin:/usr/bin:/sbin:/bin sh -ec "cd /srv; $1"')
   [ "$(id -u)" = 0 ] || inside=(sudo "${inside[@]}")
   run_suite packages "amd64-$1" 1200 "${inside[@]}" "$TREES/amd64" "$2"
 }

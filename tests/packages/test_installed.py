@@ -2,7 +2,7 @@
 
 Needs nothing of the repository but this directory and examples/hello, and no build. Runs where
 `cmake --install` has put things (tests/build), and where packages were installed
-(`./dev test-packages`).
+(`./dev test packages`).
 """
 
 import os
