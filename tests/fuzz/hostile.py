@@ -206,4 +206,8 @@ VALUES = [
     Address(8),
     Address(Number(16)),
     iter([]),
+    "{}",
+    '{"name": "x", "child": {"values": [1, "2"]}, "unknown": 1}',
+    '{"leaves": [{}], "byName": {"k": {"name": 5}}}',
+    '{"child": [',
 ]

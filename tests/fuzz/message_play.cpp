@@ -35,7 +35,7 @@ MessagePlay* playing = nullptr;
 const char* const kMethods[] = {
     "get_ptr", "HasField", "ClearField", "WhichOneof", "Clear", "ListFields", "IsInitialized",
     "ByteSize", "SerializeToString", "SerializePartialToString", "MergeFrom", "CopyFrom",
-    "SetInParent", "__copy__", "__deepcopy__", "__reduce__", "__init__",
+    "SetInParent", "ToJson", "FromJson", "__copy__", "__deepcopy__", "__reduce__", "__init__",
     // Of lists and maps.
     "append", "insert", "extend", "remove", "pop", "clear", "sort", "reverse", "index", "count",
     "add", "get_or_create", "get", "setdefault", "update", "popitem", "keys", "values", "items",
