@@ -92,6 +92,8 @@ class FromRecords(unittest.TestCase):
                 msg = PubSubMsg(address)
             self.assertEqual(msg.key, components)
             self.assertEqual([type(c) for c in msg.key], [type(c) for c in components])
+
+    def test_unsigned_keys(self):
         with record(key=identity(("u", 2**64 - 1), ("u", 0))) as address:
             self.assertEqual(PubSubMsg(address).key, (2**64 - 1, 0))
 
