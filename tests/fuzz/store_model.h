@@ -192,8 +192,15 @@ class Model {
   };
   using Place = std::tuple<std::int32_t, int, std::string>;  // db, type, identity
   struct WrongKind {};
+  // A command on another kind of object fails, having done nothing.
   template <typename Do>
-  Reply replying(Do run);
+  static Reply replying(Do run) {
+    try {
+      return run();
+    } catch (const WrongKind&) {
+      return Reply::failure();
+    }
+  }
 
   static Place place_of(std::int32_t db, const Message& message) {
     return {db, message.name->type, message.name->identity};
