@@ -1,9 +1,9 @@
 # The test legs: which suites run where.
 #
 # A leg is a function leg_NAME, run in a process of its own (`./dev leg NAME`) when preset
-# NAME is built, so that one that breaks off does not take the others along; as many run at
-# a time as there are processors. It calls run_suite for each runner, which adds a line
-# "passed failed skipped" to build/logs/NAME.counts.
+# NAME is built, so that one that breaks off does not take the others along. One more runs at a
+# time than there are processors, as some tests wait for time to pass. It calls run_suite for
+# each runner, which adds a line "passed failed skipped" to build/logs/NAME.counts.
 
 LEGS=(host armhf asan debug)
 
@@ -127,7 +127,7 @@ verb_test() {
     if ./dev build "$leg"; then built+=("$leg"); else bad=1; fi
   done
   note "testing ${built[*]}"
-  [ ${#built[@]} = 0 ] || printf '%s\n' "${built[@]}" | xargs -P "$(nproc)" -n 1 ./dev leg || bad=1
+  [ ${#built[@]} = 0 ] || printf '%s\n' "${built[@]}" | xargs -P "$(($(nproc) + 1))" -n 1 ./dev leg || bad=1
   for leg in "$@"; do
     local ran=0
     while read -r p f s; do

@@ -247,7 +247,8 @@ TEST_F(SortedSets, AnswerAsANaiveModelThroughRandomCommands) {
 }
 
 TEST_F(SortedSets, AMillionMembers) {
-  constexpr unsigned kMembers = 1000000;
+  // A million takes an emulated 32-bit processor more than a minute.
+  constexpr unsigned kMembers = sizeof(void*) == 8 ? 1000000 : 100000;
   constexpr unsigned kAtOnce = 1000;
   std::vector<Live> messages;
   std::vector<vu_mom_message> addresses;
@@ -275,9 +276,10 @@ TEST_F(SortedSets, AMillionMembers) {
     ASSERT_EQ(by_score(static_cast<double>(rank), static_cast<double>(rank)).size(), 1u);
     ASSERT_EQ(count(static_cast<double>(rank), kInfinity), kMembers - rank);
   }
-  EXPECT_EQ(client.ask(vu_mom_zremrangebyrank, 0, name, 1000, 998999).integer, 998000);
+  constexpr auto kLast = std::int32_t{kMembers} - 1001;
+  EXPECT_EQ(client.ask(vu_mom_zremrangebyrank, 0, name, 1000, kLast).integer, kMembers - 2000);
   EXPECT_EQ(client.ask(vu_mom_zcard, 0, name).integer, 2000);
-  EXPECT_EQ(range(999, 1000)[1].first, 999000);
+  EXPECT_EQ(range(999, 1000)[1].first, kMembers - 1000);
 }
 
 TEST_F(SortedSets, OtherKindsAreRefused) {
