@@ -171,3 +171,24 @@ def test_ctrl_c_ends_a_line_or_a_command(terminal):
     shell.until(PROMPT)
     shell.type("\x04")
     assert shell.end() == 0
+
+
+@pytest.mark.parametrize("word", ["exit", "quit"])
+def test_words_that_a_new_user_ends_the_shell_with(terminal, word):
+    shell = terminal("shell")
+    shell.until(PROMPT)
+    for help in ("help", "?"):
+        shell.type(help + "\n")
+        assert "Words are NAME=VALUE" in shell.until(PROMPT)
+    shell.type(word + "\n")
+    assert shell.end() == 0
+
+
+def test_how_far_an_interrupted_load_came(terminal, tmp_path):
+    """On a line of its own, which no prompt runs into."""
+    (tmp_path / "file").write_text('{"type": "Settings", "kind": "single", "value": {}}\n' * 30000)
+    load = terminal("load", str(tmp_path / "file"))
+    load.until(r"\rloaded \d+ of 30000")
+    load.type("\x03")
+    assert load.end() == 130
+    assert re.search(r"\rloaded [1-9]\d* of 30000 objects, \d+/s *\r\n$", load.seen)

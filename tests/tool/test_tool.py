@@ -481,8 +481,9 @@ def test_top():
     assert math.isclose(rates["other"], 2 / port["seconds"], abs_tol=0.06)
     table, _ = in_one_loop("top", "Port --count 2 --interval 0.1", write_some)
     lines = table.splitlines()
-    headings = "TYPE OBJECTS CHANGES SET/S PUBLISH/S DELETED/S EXPIRED/S OTHER/S"
+    headings = "TYPE OBJECTS CHANGES SET/S PUB/S DEL/S EXP/S OTHER/S"
     assert lines[0].split() == headings.split()
+    assert max(map(len, lines)) < 80  # of the usual terminal
     assert lines[1].split()[:3] == ["contract.Port", "2", "4"]
     assert lines[4].split() == ["contract.Port", "2", "4"] + 5 * ["0.0"]
 
@@ -519,7 +520,7 @@ WRONG = [
     ("set Settings {1}", "no JSON: "),
     ('set Settings \'{"mode": 1}\'', "mode: expected a string, not 1"),
     ("set Settings --kind heap", "argument --kind: invalid choice: 'heap'"),
-    ("set Settings --kind zset", "--score belongs to --kind zset"),
+    ("set Settings --kind zset", "--kind zset needs a --score"),
     ("set Settings --score 1", "--score belongs to --kind zset"),
     ("set Settings --kind set --quiet", "--new, --keep and --quiet belong to --kind single"),
     ("set Port site=a rack=1 slot=1 --kind hash", "no field is given besides the key"),
@@ -532,13 +533,15 @@ WRONG = [
     ("del Port", "the key lacks site, rack, slot; --all"),
     ("watch Settings --field x", "--field: contract.Settings has no field 'x'"),
     ("watch --field x", "--field: a TYPE must be given"),
-    ("watch --count 0", "argument --count: invalid positive number value: '0'"),
-    ("top --interval 0", "argument --interval: invalid time in seconds value: '0'"),
+    ("watch --count 0", "argument --count: expected a number from 1, not '0'"),
+    ("top --interval 0", "argument --interval: expected a time in seconds, not '0'"),
     ("scan --colour", "unrecognized arguments: --colour"),
-    ("load nowhere", "FILE: "),
-    ("load --db x", "argument --db: invalid number of a database value: 'x'"),
-    ("scan --db -1", "argument --db: invalid number of a database value: '-1'"),
-    ("scan --db 2147483648", "argument --db: invalid number of a database value"),
+    ("load nowhere", "FILE: nowhere: No such file or directory"),
+    ("dump --output /nowhere/x", "--output: /nowhere/x: No such file or directory"),
+    ("set Settings --kind zset --score x", "argument --score: expected a number, not 'x'"),
+    ("load --db x", "argument --db: expected the number of a database, not 'x'"),
+    ("scan --db -1", "argument --db: expected the number of a database, not '-1'"),
+    ("scan --db 2147483648", "argument --db: expected the number of a database, not '2147483648'"),
     ("zap", "argument COMMAND: invalid choice: 'zap'"),
     ("shell", "shell cannot be used inside itself"),
     ("scan --store embedded:", "--store belongs to the whole run"),

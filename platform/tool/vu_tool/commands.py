@@ -46,7 +46,9 @@ async def get(context: Context, options: argparse.Namespace) -> None:
 async def set_(context: Context, options: argparse.Namespace) -> None:
     message, given = message_of(context.types, options.type, options.words)
     kind = options.kind
-    if (options.score is not None) != (kind == ZSET):
+    if kind == ZSET and options.score is None:
+        raise ToolError("--kind zset needs a --score")
+    if kind != ZSET and options.score is not None:
         raise ToolError("--score belongs to --kind zset")
     if kind != SINGLE and (options.new or options.keep or options.quiet):
         raise ToolError("--new, --keep and --quiet belong to --kind single")

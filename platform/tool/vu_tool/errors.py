@@ -22,3 +22,9 @@ class NotFound(ToolError):
 
 class StoreFailed(ToolError):
     status = STORE_FAILED
+
+
+def unusable(argument: str, path: str, error: Exception) -> ToolError:
+    """For a file that cannot be read or written."""
+    reason = error.strerror if isinstance(error, OSError) else None
+    return ToolError("%s: %s: %s" % (argument, path, reason or error))

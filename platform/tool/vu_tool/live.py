@@ -170,13 +170,16 @@ async def run_until(
 
 # ---- top ---------------------------------------------------------------------------------
 
-COLUMNS = ("SET", "PUBLISH", "DELETED", "EXPIRED", "OTHER")
+# By name in JSON: the heading, for which a terminal has less room.
+COLUMNS = {
+    "set": "SET/S", "publish": "PUB/S", "deleted": "DEL/S", "expired": "EXP/S", "other": "OTHER/S"
+}
 
 
 def column_of(type_code: int) -> str:
     """`set` stands for all that write a whole value."""
-    named = {0: "EXPIRED", 1: "SET", 24: "PUBLISH", 29: "DELETED"}
-    return named.get(type_code, "OTHER")
+    named = {0: "expired", 1: "set", 24: "publish", 29: "deleted"}
+    return named.get(type_code, "other")
 
 
 class Meter:
@@ -241,14 +244,13 @@ def print_meters(context: Context, meters: List[Meter], seconds: float) -> None:
         name = meter.place.cls.DESCRIPTOR.full_name
         rates = meter.take(seconds)
         if context.json:
-            rates_of = {column.lower(): rate for column, rate in rates.items()}
             plain = {"type": name, "objects": meter.objects, "changes": meter.total}
-            print_json(dict(plain, per_second=rates_of, seconds=round(seconds, 3)))
+            print_json(dict(plain, per_second=rates, seconds=round(seconds, 3)))
         else:
             rates_text = ["%.1f" % rate for rate in rates.values()]
             rows.append([name, str(meter.objects), str(meter.total), *rates_text])
     if not context.json:
         if sys.stdout.isatty():
             print("\033[H\033[J", end="")
-        headings = ["TYPE", "OBJECTS", "CHANGES", *(column + "/S" for column in COLUMNS)]
+        headings = ["TYPE", "OBJECTS", "CHANGES", *COLUMNS.values()]
         show(lines_of(headings, rows) + [""])

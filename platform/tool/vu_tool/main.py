@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import argparse
 import asyncio
+import math
 import os
 import shlex
 import signal
@@ -16,7 +17,7 @@ from vu_aio import Client
 from . import commands, live, transfer
 from .complete import candidates
 from .context import Context
-from .errors import BAD_USE, INTERRUPTED, STORE_FAILED, ToolError
+from .errors import BAD_USE, INTERRUPTED, STORE_FAILED, ToolError, unusable
 from .protos import Types, compile_files
 from .records import KINDS, SINGLE
 
@@ -53,41 +54,40 @@ RUNNERS = {
 ENDLESS = ("watch", "top")
 
 
+def refused(text: str, expected: str) -> argparse.ArgumentTypeError:
+    return argparse.ArgumentTypeError("expected %s, not %r" % (expected, text))
+
+
 def positive(text: str) -> int:
-    number = int(text)
-    if number < 1:
-        raise ValueError
-    return number
-
-
-positive.__name__ = "positive number"  # argparse names it in its errors
+    if not text.isdecimal() or int(text) < 1:
+        raise refused(text, "a number from 1")
+    return int(text)
 
 
 def database(text: str) -> int:
-    number = int(text)
-    if not 0 <= number < 2**31:
-        raise ValueError
-    return number
+    if not text.isdecimal() or int(text) >= 2**31:
+        raise refused(text, "the number of a database")
+    return int(text)
 
 
-database.__name__ = "number of a database"
+def number(text: str) -> float:
+    """NaN where it is none."""
+    try:
+        return float(text)
+    except ValueError:
+        return math.nan
 
 
 def seconds(text: str) -> float:
-    number = float(text)
-    if not 0 < number < 1e9:
-        raise ValueError
-    return number
-
-
-seconds.__name__ = "time in seconds"
+    if not 0 < number(text) < 1e9:
+        raise refused(text, "a time in seconds")
+    return number(text)
 
 
 def score(text: str) -> float:
-    number = float(text)
-    if number != number:
-        raise ValueError
-    return number
+    if math.isnan(number(text)):
+        raise refused(text, "a number")
+    return number(text)
 
 
 def common_options(behind: bool) -> argparse.ArgumentParser:
@@ -263,7 +263,7 @@ async def shell(context: Context, options: argparse.Namespace) -> int:
         with open(options.file, encoding="utf-8") as file:
             lines = file.readlines()
     except (OSError, UnicodeError) as error:
-        raise ToolError("FILE: %s" % error)
+        raise unusable("FILE", options.file, error)
     return await script(context, options.file, lines)
 
 
@@ -278,7 +278,7 @@ async def script(context: Context, name: str, lines: Iterable[str]) -> int:
 
 
 async def dialogue(context: Context) -> int:
-    """With a person, who may err. Ctrl-C ends a command or a line, and Ctrl-D all."""
+    """With a person, who may err. Ctrl-C ends a command or a line; Ctrl-D, exit and quit all."""
     import readline  # noqa: F401  # input() uses it
 
     loop = asyncio.get_running_loop()
@@ -292,6 +292,10 @@ async def dialogue(context: Context) -> int:
         except EOFError:
             print()
             return 0
+        if line.strip() in ("exit", "quit"):
+            return 0
+        if line.strip() in ("help", "?"):
+            line = "--help"
         task = asyncio.ensure_future(run_line(context, line, ""))
         loop.add_signal_handler(signal.SIGINT, task.cancel)
         try:

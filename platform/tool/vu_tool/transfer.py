@@ -15,7 +15,7 @@ from typing import IO, Any, Iterator, List, Optional, Type
 from vu_message import Message
 
 from .context import Context, settled
-from .errors import ToolError
+from .errors import ToolError, unusable
 from .records import Record, found, from_json, put, to_json
 
 BETWEEN_REPORTS = 0.1  # seconds
@@ -47,8 +47,15 @@ class Progress:
         rate = self.count / seconds
         return "%s %d%s objects, %d/s" % (self._what, self.count, of_total, rate)
 
+    def __enter__(self) -> Progress:
+        return self
+
+    def __exit__(self, kind: object, error: object, traceback: object) -> None:
+        """Says what was done, on a line of its own; of work that was ended too, if any was done."""
+        if kind is None or self.count:
+            self.finish()
+
     def finish(self) -> None:
-        """Says what was done, on a line of its own."""
         start = "\r" if self._is_shown else ""
         self._show("%s%s\n" % (start, self._text().ljust(WIDTH if start else 0)))
 
@@ -67,7 +74,7 @@ def output(path: Optional[str]) -> Iterator[IO[str]]:
         directory = os.path.dirname(os.path.realpath(path))
         file = tempfile.NamedTemporaryFile("w", encoding="utf-8", dir=directory, delete=False)
     except OSError as error:
-        raise ToolError("--output: %s" % error)
+        raise unusable("--output", path, error)
     try:
         with file:
             yield file
@@ -87,14 +94,12 @@ def current_umask() -> int:
 
 async def dump(context: Context, options: argparse.Namespace) -> None:
     types: List[Type[Message]] = [context.types.find(name) for name in options.types]
-    progress = Progress("dumped", None, options.progress)
-    with output(options.output) as file:
+    with Progress("dumped", None, options.progress) as progress, output(options.output) as file:
         for cls in types or context.types.named.values():
             async for msg in context.client.scan(context.db, cls(), 0):
                 plain = to_json(context.types, found(cls, msg))
                 file.write(json.dumps(plain, ensure_ascii=False) + "\n")
                 progress.step()
-    progress.finish()
 
 
 def numbered_records(context: Context, file: IO[bytes], name: str) -> Iterator[Record]:
@@ -125,18 +130,17 @@ async def load(context: Context, options: argparse.Namespace) -> None:
             try:
                 file = files.enter_context(open(options.file, "rb"))
             except OSError as error:
-                raise ToolError("FILE: %s" % error)
+                raise unusable("FILE", name, error)
         file.seek(0)
         total = sum(1 for _ in numbered_records(context, file, name))
         file.seek(0)
-        progress = Progress("loaded", total, options.progress)
         last: Optional[Message] = None
-        for record in numbered_records(context, file, name):
-            put(context.client, context.db, record)
-            last = record.values[0]
-            progress.step()
-            if progress.count % BETWEEN_CONFIRMATIONS == 0:
+        with Progress("loaded", total, options.progress) as progress:
+            for record in numbered_records(context, file, name):
+                put(context.client, context.db, record)
+                last = record.values[0]
+                progress.step()
+                if progress.count % BETWEEN_CONFIRMATIONS == 0:
+                    await settled(context, last)
+            if last is not None:
                 await settled(context, last)
-        if last is not None:
-            await settled(context, last)
-        progress.finish()
