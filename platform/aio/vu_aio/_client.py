@@ -4,8 +4,7 @@ from __future__ import annotations
 
 import asyncio
 import weakref
-from types import TracebackType
-from typing import TYPE_CHECKING, Any, Iterable, List, NoReturn, Optional, Type, TypeVar, Union
+from typing import TYPE_CHECKING, Any, Iterable, List, NoReturn, Optional, TypeVar, Union
 
 import vu_mom_common as common
 from vu_global import VuGlobal
@@ -82,12 +81,7 @@ class Client:
             raise StoreError(-1, "the client is closed")
         return self
 
-    async def __aexit__(
-        self,
-        exc_type: Optional[Type[BaseException]],
-        exc: Optional[BaseException],
-        traceback: Optional[TracebackType],
-    ) -> None:
+    async def __aexit__(self, *exception: object) -> None:
         self.close()
 
     # ---- Single values ---------------------------------------------------------------

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-from types import TracebackType
 from typing import (
     TYPE_CHECKING,
     Any,
@@ -13,7 +12,6 @@ from typing import (
     Generic,
     List,
     Optional,
-    Type,
     TypeVar,
     Union,
 )
@@ -127,12 +125,7 @@ class Subscription(AsyncIterator["Change[M]"], Generic[M]):
     async def __aenter__(self) -> Subscription[M]:
         return self
 
-    async def __aexit__(
-        self,
-        exc_type: Optional[Type[BaseException]],
-        exc: Optional[BaseException],
-        traceback: Optional[TracebackType],
-    ) -> None:
+    async def __aexit__(self, *exception: object) -> None:
         self.close()
 
     def __del__(self) -> None:
