@@ -10,6 +10,7 @@ from typing import (
     MutableMapping,
     MutableSequence,
     Optional,
+    SupportsIndex,
     Tuple,
     Type,
     TypeVar,
@@ -69,7 +70,7 @@ class MessageDescriptor:
     def oneofs(self) -> Tuple[str, ...]:
         """The names of the oneofs."""
     @property
-    def message_class(self) -> Type[Message]:
+    def message_class(self) -> Type[_Named]:
         """The wrapper class of this type."""
     def field(self, name: str) -> Field[Any, Any]:
         """The field of that name."""
@@ -106,6 +107,9 @@ class Field(Generic[_Get, _Set]):
         """The type of the messages it (or the values of the map) holds, or None."""
     @overload
     def __get__(self, instance: None, owner: Any = ...) -> Field[_Get, _Set]: ...
+    # So that checkers which apply this to what properties return, too, find a Field there.
+    @overload
+    def __get__(self, instance: MessageDescriptor, owner: Any = ...) -> Field[_Get, _Set]: ...
     @overload
     def __get__(self, instance: Message, owner: Any = ...) -> _Get: ...
     def __set__(self, instance: Message, value: _Set) -> None: ...
@@ -186,17 +190,17 @@ class Message(metaclass=MessageType):
 
 class _Repeated(MutableSequence[_T]):
     @overload
-    def __getitem__(self, __index: int) -> _T: ...
+    def __getitem__(self, __index: SupportsIndex) -> _T: ...
     @overload
     def __getitem__(self, __index: slice) -> List[_T]: ...
     @overload
-    def __setitem__(self, __index: int, __value: _T) -> None: ...
+    def __setitem__(self, __index: SupportsIndex, __value: _T) -> None: ...
     @overload
     def __setitem__(self, __index: slice, __value: Iterable[_T]) -> None: ...
-    def __delitem__(self, __index: Union[int, slice]) -> None: ...
+    def __delitem__(self, __index: Union[SupportsIndex, slice]) -> None: ...
     def __len__(self) -> int: ...
     def __add__(self, __other: Iterable[_T]) -> List[_T]: ...
-    def insert(self, __index: int, __value: _T) -> None:
+    def insert(self, __index: SupportsIndex, __value: _T) -> None:
         """Inserts before index."""
     def sort(self, *, key: Any = ..., reverse: bool = ...) -> None:
         """Sorts in place."""
@@ -236,6 +240,13 @@ def descriptor(__full_name: str) -> MessageDescriptor:
     """The MessageDescriptor of a message type of any file that was imported, or of a
     well-known type. KeyError: it is not known."""
 
-def message_class(__full_name: str) -> Type[Message]:
+class _Named(Message):
+    """A message of a class that was asked for by name: type checkers do not know its fields."""
+
+    def __init__(self, __address: int = ..., **fields: Any) -> None: ...
+    def __getattr__(self, name: str) -> Any: ...
+    def __setattr__(self, name: str, value: Any) -> None: ...
+
+def message_class(__full_name: str) -> Type[_Named]:
     """The class of a message type of any file that was imported, or of a well-known type:
     message_class("google.protobuf.Timestamp"). KeyError: it is not known."""

@@ -105,9 +105,10 @@ class FieldMask(_JsonString):
 class Empty(vu_message.Message):
     """A message without fields."""
 
-# What Struct and ListValue take and give.
+# What Struct and ListValue take, and give: None, bool, float, str, Struct or ListValue. As a union it
+# would have to be narrowed at each step of what["a"]["b"].
 _Given = Union[None, bool, float, str, Struct, ListValue, Mapping[str, Any], List[Any], Tuple[Any, ...]]
-_Found = Union[None, bool, float, str, Struct, ListValue]
+_Found = Any
 
 class Value(vu_message.Message):
     """Anything that JSON can say: null, a number, a string, a bool, a Struct or a ListValue."""

@@ -1,9 +1,23 @@
 """Types of the vu_mom module; what the commands do stands in their docstrings."""
 
-from typing import Any, Callable, List, Optional, Protocol, SupportsFloat, SupportsInt
+from typing import (
+    Any,
+    Callable,
+    List,
+    Optional,
+    Protocol,
+    SupportsFloat,
+    SupportsInt,
+    TypeVar,
+)
 
 from vu_global import VuGlobal
 from vu_mom_common import PubSubMsg
+
+# Lists of any such elements; List[SupportsInt] would refuse a List[int].
+_Int = TypeVar("_Int", bound=SupportsInt)
+_Float = TypeVar("_Float", bound=SupportsFloat)
+_Function = TypeVar("_Function", bound=Callable[[PubSubMsg[Any], Any], object])
 
 class _Message(Protocol):
     """What commands take as `obj`: a generated message wrapper."""
@@ -44,19 +58,19 @@ class VuMom:
     def setnx_noreply(self, db: SupportsInt, obj: _Message) -> None: ...
 
     def hmset(
-        self, db: SupportsInt, obj: _Message, field_tags: Optional[List[int]]
+        self, db: SupportsInt, obj: _Message, field_tags: Optional[List[_Int]]
     ) -> None: ...
     def hmsetnx(
-        self, db: SupportsInt, obj: _Message, field_tags: Optional[List[int]]
+        self, db: SupportsInt, obj: _Message, field_tags: Optional[List[_Int]]
     ) -> None: ...
     def hmupdate(
-        self, db: SupportsInt, obj: _Message, field_tags: Optional[List[int]]
+        self, db: SupportsInt, obj: _Message, field_tags: Optional[List[_Int]]
     ) -> None: ...
     def hmget(
         self,
         db: SupportsInt,
         obj: _Message,
-        field_tags: Optional[List[int]],
+        field_tags: Optional[List[_Int]],
         privdata: object,
     ) -> None: ...
     def hgetall(self, db: SupportsInt, obj: _Message, privdata: object) -> None: ...
@@ -105,7 +119,7 @@ class VuMom:
     def zadd(
         self,
         db: SupportsInt,
-        scores: Optional[List[float]],
+        scores: Optional[List[_Float]],
         objs: Optional[List[Any]],
     ) -> None: ...
     def zrem(self, db: SupportsInt, objs: Optional[List[Any]]) -> None: ...
@@ -165,7 +179,7 @@ class VuMom:
         db: SupportsInt,
         obj: _Message,
         level: SupportsInt,
-        field_tags: Optional[List[int]],
+        field_tags: Optional[List[_Int]],
         time: SupportsFloat,
         privdata: object,
     ) -> None: ...
@@ -185,8 +199,8 @@ class VuMom:
         db: SupportsInt,
         obj: _Message,
         level: SupportsInt,
-        fields: Optional[List[int]],
-        funcs: Optional[List[Callable[[PubSubMsg[Any], Any], object]]],
+        fields: Optional[List[_Int]],
+        funcs: Optional[List[_Function]],
         args: Optional[List[Any]],
     ) -> None: ...
     def unsubscribe_field(
@@ -194,7 +208,7 @@ class VuMom:
         db: SupportsInt,
         obj: _Message,
         level: SupportsInt,
-        fields: Optional[List[int]],
+        fields: Optional[List[_Int]],
     ) -> None: ...
 
     def publish(self, db: SupportsInt, obj: _Message) -> None: ...

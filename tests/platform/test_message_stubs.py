@@ -9,8 +9,8 @@ import vu_message
 import vu_well_known
 
 MODULES = [vu_message, vu_well_known]
-# What stands for two classes in the stub.
-SHARED = {"_Repeated": "RepeatedMessages", "_Map": "MessageMap"}
+# What stands for other classes in the stub.
+SHARED = {"_Repeated": "RepeatedMessages", "_Map": "MessageMap", "_Named": "Message"}
 
 
 def stub_of(module):
