@@ -1,5 +1,5 @@
 """A client that shows which reply methods it is asked for, and the tests that use one."""
-from support import BindingTest, Client
+from support import Any, BindingTest, Client
 
 GETFUNC = "__getfunc"  # not an identifier in a class body, where it would be mangled
 
@@ -15,7 +15,7 @@ def text_of(function):
 
 class Asking(Client):
     """A client that answers with itself and notes what it is asked for."""
-    asked = None
+    asked = None  # type: Any
 
 
 setattr(Asking, GETFUNC, property(lambda self: self.asked.append))
@@ -25,7 +25,7 @@ class AskingTest(BindingTest):
 
     def setUp(self):
         super(AskingTest, self).setUp()
-        self.asking = Asking(self.glb)
+        self.asking = Asking(self.glb)  # type: Any
         self.asking.asked = []
         self.glb.apps[:] = []
 

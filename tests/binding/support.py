@@ -19,6 +19,15 @@ import vu_mom_common
 
 import cases
 
+MYPY = False  # type checkers take it for True
+if MYPY:
+    from typing import Any
+else:  # for the interpreters that have no `typing`
+    Any = object
+
+# Type checkers let a client of this class be given anything, as the tests do.
+VuMom = vu_mom.VuMom  # type: Any
+
 HANDLE = 0x12345678
 ADDRESS = 0x1000  # of the ordinary message
 POINTER_BITS = 8 * ctypes.sizeof(ctypes.c_void_p)
@@ -48,7 +57,7 @@ class Privdata(object):
     """Something to hand in and to count references of."""
 
 
-class Client(vu_mom.VuMom):
+class Client(VuMom):
     """Has no reply methods of its own."""
 
 
@@ -133,7 +142,7 @@ class Reports(object):
 def reports():
     found = Reports()
     stderr = sys.stderr
-    hook = getattr(sys, "unraisablehook", None)
+    hook = getattr(sys, "unraisablehook", None)  # type: Any
 
     def note(unraisable):
         found.unraisable.append((unraisable.object, unraisable.exc_type, str(unraisable.exc_value)))
@@ -242,7 +251,7 @@ class WatchedMessage(object):
         self._log.happens("short")
         return "Counter"
 
-    @property
+    @property  # type: ignore[misc]
     def __class__(self):
         self._log.happens("class")
         return Message
@@ -288,7 +297,7 @@ SECONDS, MICROSECONDS = -1, -500000
 
 def values(row, privdata, numbers=NUMBERS):
     """A value for each parameter of a row, by name."""
-    result = {}
+    result = {}  # type: dict
     for name in row.names:
         if name == "obj":
             result[name] = Message(OBJ_ADDRESS)
@@ -377,10 +386,10 @@ class Callbacks(object):
         recorder.clear()
         recorder.answer(0)
         method(*arguments)
-        arguments = dict(recorder.calls()[0].arguments)
-        recorder.give_back(arguments["context"])
+        sent = dict(recorder.calls()[0].arguments)
+        recorder.give_back(sent["context"])
         recorder.clear()
-        return arguments["callback"]
+        return sent["callback"]
 
 
 CALLBACKS = None
@@ -434,7 +443,8 @@ class BindingTest(unittest.TestCase):
 
     repeats = True
     _repeating = False
-    client_class = Listener
+    client_class = Listener  # type: Any
+    client = glb = obj = p = None  # type: Any
 
     def setUp(self):
         recorder.clear()

@@ -11,7 +11,7 @@ import support
 import vu_global
 import vu_mom
 from asking import GETFUNC
-from support import HANDLE, BindingTest, Client
+from support import HANDLE, Any, BindingTest, Client, VuMom
 
 
 class Construction(BindingTest):
@@ -20,7 +20,7 @@ class Construction(BindingTest):
 
     def test_registers(self):
         """The VuGlobal comes by position or as glb, and learns of the client."""
-        for make in (lambda glb: vu_mom.VuMom(glb), lambda glb: vu_mom.VuMom(glb=glb)):
+        for make in (lambda glb: VuMom(glb), lambda glb: VuMom(glb=glb)):
             glb = vu_global.VuGlobal(HANDLE)
             client = make(glb)
             self.assertEqual(len(glb.apps), 1)
@@ -34,16 +34,16 @@ class Construction(BindingTest):
         for arguments, given in (((), 0), ((self.glb, 1), 2), ((self.glb, 1, 2), 3)):
             text = "__init__() takes exactly 1 positional argument (%d given)" % given
             with self.refuses(TypeError, text, self.FRAMES):
-                vu_mom.VuMom(*arguments)
+                VuMom(*arguments)
         with self.refuses(TypeError, "__init__() takes exactly 1 positional argument (0 given)",
                           self.FRAMES):
-            vu_mom.VuMom(unknown=1)
+            VuMom(unknown=1)
         with self.refuses(TypeError, "__init__() got an unexpected keyword argument 'unknown'",
                           self.FRAMES):
-            vu_mom.VuMom(self.glb, unknown=1)
+            VuMom(self.glb, unknown=1)
         with self.refuses(TypeError, "__init__() got multiple values for keyword argument 'glb'",
                           self.FRAMES):
-            vu_mom.VuMom(self.glb, glb=self.glb)
+            VuMom(self.glb, glb=self.glb)
         self.assertEqual(self.glb.apps, [])
 
     def test_wrong_types(self):
@@ -51,13 +51,13 @@ class Construction(BindingTest):
             text = "Argument 'glb' has incorrect type (expected vu_global.VuGlobal, got %s)" % (
                 type(wrong).__name__)
             with self.refuses(TypeError, text, self.FRAMES):
-                vu_mom.VuMom(wrong)
+                VuMom(wrong)
 
     def test_none(self):
         """Is taken as a VuGlobal, and then has no regist_app."""
         with self.refuses(AttributeError, "'NoneType' object has no attribute 'regist_app'",
                           self.FRAMES):
-            vu_mom.VuMom(None)
+            VuMom(None)
 
     def test_subclass_of_the_global(self):
         class Special(vu_global.VuGlobal):
@@ -65,7 +65,7 @@ class Construction(BindingTest):
                 self.seen = app
                 return "discarded"
         glb = Special(5)
-        client = vu_mom.VuMom(glb)
+        client = VuMom(glb)
         self.assertIs(glb.seen, client)
         del glb.seen
 
@@ -75,7 +75,7 @@ class Construction(BindingTest):
             def regist_app(self, app):
                 raise KeyError("full")
         glb = Refusing(5)
-        client = vu_mom.VuMom.__new__(vu_mom.VuMom)
+        client = VuMom.__new__(VuMom)
         before = sys.getrefcount(glb)
         with self.refuses(KeyError, "'full'", self.FRAMES):
             client.__init__(glb)
@@ -86,7 +86,7 @@ class Construction(BindingTest):
     def test_init_again(self):
         """Binds the client to another VuGlobal and releases the previous one."""
         other = vu_global.VuGlobal(9)
-        client = vu_mom.VuMom(self.glb)
+        client = VuMom(self.glb)
         self.glb.apps[:] = []
         before = sys.getrefcount(self.glb)
         client.__init__(other)
@@ -98,7 +98,7 @@ class Construction(BindingTest):
         other.apps[:] = []
 
     def test_wrong_type_changes_nothing(self):
-        client = vu_mom.VuMom(self.glb)
+        client = VuMom(self.glb)
         with self.refuses(TypeError):
             client.__init__(42)
         client.debug_show_all()
@@ -107,11 +107,11 @@ class Construction(BindingTest):
 
     def test_new_takes_anything(self):
         """Allocation alone looks at no arguments and registers nothing."""
-        client = vu_mom.VuMom.__new__(vu_mom.VuMom, 1, x=2)
+        client = VuMom.__new__(VuMom, 1, x=2)
         self.assertEqual(client.__reduce__()[1][2], (None,))
 
     def test_no_attributes(self):
-        client = vu_mom.VuMom(self.glb)
+        client = VuMom(self.glb)
         self.assertFalse(hasattr(client, "vu_global"))
         self.assertFalse(hasattr(client, "__dict__"))
         with self.assertRaises(AttributeError):
@@ -132,18 +132,18 @@ class Calls(BindingTest):
         keywords = {"db": 1, "obj": self.obj, "privdata": self.p}
         sent = []
         for call in (lambda: self.client.get(*arguments), lambda: self.client.get(**keywords),
-                     lambda: vu_mom.VuMom.get(self.client, *arguments),
-                     lambda: vu_mom.VuMom.get(self.client, **keywords),
+                     lambda: VuMom.get(self.client, *arguments),
+                     lambda: VuMom.get(self.client, **keywords),
                      lambda: client.get(*arguments), lambda: client.get(**keywords),
                      functools.partial(self.client.get, 1, privdata=self.p, obj=self.obj),
                      lambda: functools.partial(self.client.get, 1)(self.obj, privdata=self.p),
                      lambda: operator.methodcaller("get", *arguments)(self.client),
-                     lambda: operator.methodcaller("get", **keywords)(self.client)):
+                     lambda: operator.methodcaller("get", **keywords)(self.client)):  # type: Any
             recorder.clear()
             self.assertIsNone(call())
-            call = self.only_call()
+            found = self.only_call()
             self.take_back(self.sent_context())
-            sent.append([pair for pair in call.arguments if pair[0] != "context"])
+            sent.append([pair for pair in found.arguments if pair[0] != "context"])
         self.assertEqual(sent, sent[:1] * len(sent))
         self.assertEqual(self.client.replies, [])
 
@@ -223,8 +223,8 @@ class DebugShowAll(BindingTest):
         self.assert_nothing_sent()
 
     def test_other_objects(self):
-        self.assertRaises(TypeError, vu_mom.VuMom.debug_show_all, object())
-        self.assertRaises(TypeError, vu_mom.VuMom.get, object(), 0, self.obj, None)
+        self.assertRaises(TypeError, VuMom.debug_show_all, object())
+        self.assertRaises(TypeError, VuMom.get, object(), 0, self.obj, None)
         self.assert_nothing_sent()
 
 
@@ -232,7 +232,7 @@ class Lifetime(BindingTest):
 
     def test_releases_its_global(self):
         before = sys.getrefcount(self.glb)
-        client = vu_mom.VuMom(self.glb)
+        client = VuMom(self.glb)
         self.glb.apps[:] = []
         self.assertEqual(sys.getrefcount(self.glb), before + 1)
         del client
@@ -251,7 +251,7 @@ class Lifetime(BindingTest):
     def test_cycle_without_a_dict(self):
         """The traversal visits the VuGlobal itself."""
         glb = vu_global.VuGlobal(5)
-        client = vu_mom.VuMom(glb)
+        client = VuMom(glb)
         self.assertTrue(gc.is_tracked(client))
         self.assertTrue(any(thing is glb for thing in gc.get_referents(client)))
         glb.apps[:] = []

@@ -6,8 +6,8 @@ import cases
 import recorder
 import support
 import vu_mom
-from support import (BindingTest, Failure, Int, Message, Steps, binding_frames, positional, values,
-                     watched_values)
+from support import (Any, BindingTest, Failure, Int, Message, Steps, binding_frames, positional,
+                     values, watched_values)
 
 ANSWERS = [(-2, vu_mom.InputError), (-3, MemoryError), (-1, vu_mom.Error), (7, vu_mom.Error),
            (1, vu_mom.Error), (-4, vu_mom.Error), (-2 ** 31, vu_mom.Error)]
@@ -458,7 +458,8 @@ class Sent(CommandTest):
     def test_numbers_from_conversions(self):
         """Floats, bools and whatever has __int__ are taken where an integer is wanted."""
         def check(row, method):
-            for convert, number in ((lambda n: n + 0.75, 3), (Int, 3), (lambda n: True, 1)):
+            for convert, number in ((lambda n: n + 0.75, 3), (Int, 3),
+                                    (lambda n: True, 1)):  # type: Any, int
                 arguments = values(row, self.p, dict.fromkeys(support.NUMBERS, 3))
                 for name in row.names:
                     if cases.KINDS.get(name, cases.DOUBLE) != cases.DOUBLE:

@@ -47,7 +47,7 @@ class Integers(BindingTest):
         class Plain(object):
             pass
         plain = Plain()
-        plain.__int__ = lambda: 5
+        plain.__int__ = lambda: 5  # type: ignore[attr-defined]
         with self.refuses(TypeError, "an integer is required", ["VuMom.delete"]):
             self.db(plain)
 
@@ -172,7 +172,7 @@ class Tags(BindingTest):
 
     def test_list_that_shrinks(self):
         """An element that shortens its list is no way to read beyond it."""
-        tags = [None, 2, 3]
+        tags = [None, 2, 3]  # type: list
 
         class Shrinking(object):
             def __int__(self):

@@ -166,7 +166,7 @@ class Fields(BindingTest):
         self.assert_nothing_sent()
 
     def test_list_that_shrinks(self):
-        tags = [None, 2]
+        tags = [None, 2]  # type: list
 
         class Shrinking(object):
             def __int__(self):

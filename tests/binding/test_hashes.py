@@ -120,7 +120,7 @@ class Hashes(BindingTest):
                 self.change()
                 return 7
 
-        tags = []
+        tags = []  # type: list
         tags[:] = [Tag(lambda: tags.extend([1] * 1000)), 2]
         self.client.hmset(0, self.obj, tags)
         arguments = self.only_arguments()

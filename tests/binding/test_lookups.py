@@ -5,7 +5,7 @@ import unittest
 import recorder
 import support
 from asking import GETFUNC, AskingTest, text_of
-from support import BindingTest, Client
+from support import Any, BindingTest, Client
 
 
 def slotless(base=object, **attributes):
@@ -72,7 +72,7 @@ class Messages(AskingTest):
         self.assertEqual(self.asked(obj), "on_get_in_slots")
 
     def test_lookup_of_its_own(self):
-        class Own(slotless()):
+        class Own(slotless()):  # type: ignore[misc]
             __slots__ = ()
 
             def __getattribute__(self, name):
@@ -199,7 +199,7 @@ class Fetching(BindingTest):
                 setattr(test.changed, GETFUNC, lambda self, name: "changed")
                 return "demo"
         client = self.client_with(property(lambda self: lambda name: "first"))
-        self.changed = type(client)
+        self.changed = type(client)  # type: Any
         client.get(0, Changing(), None)
         context = self.sent_context()
         self.assertEqual(recorder.object_at(context)["cb"], "first")

@@ -10,7 +10,7 @@ import unittest
 import cases
 import recorder
 import vu_mom
-from support import BindingTest, run_python
+from support import Any, BindingTest, run_python
 
 POINTER = ctypes.sizeof(ctypes.c_void_p)
 TARGET = POINTER == 4 and object.__basicsize__ == 8
@@ -48,7 +48,7 @@ TYPES = [
     ("vu_mom_common", "ScardResult", 16, 2),
     ("vu_mom_common", "SismemberResult", 16, 2),
 ]
-SIBLINGS = TYPES[1:]
+SIBLINGS = TYPES[1:]  # type: Any
 
 
 class Attributes(BindingTest):
@@ -62,9 +62,9 @@ class Attributes(BindingTest):
                           "__pyx_unpickle_VuMom", "__test__", "__builtins__"})
         self.assertEqual(vu_mom.__name__, "vu_mom")
         self.assertIsNone(vu_mom.__doc__)
-        self.assertEqual(vu_mom.__test__, {})
-        self.assertIs(type(vu_mom.__test__), dict)
-        self.assertIs(vu_mom.__builtins__, sys.modules["builtins"])
+        self.assertEqual(vars(vu_mom)["__test__"], {})
+        self.assertIs(type(vars(vu_mom)["__test__"]), dict)
+        self.assertIs(vars(vu_mom)["__builtins__"], sys.modules["builtins"])
 
     def test_exceptions(self):
         """Three classes of their own, none the base of another, nothing added to Exception."""
@@ -81,7 +81,7 @@ class Attributes(BindingTest):
             self.assertTrue(found.__flags__ & HAVE_GC)
             self.assertEqual(found(1, "two").args, (1, "two"))
 
-            class Sub(found):
+            class Sub(found):  # type: ignore[misc, valid-type]
                 pass
             with self.assertRaises(found):
                 raise Sub()
@@ -96,7 +96,7 @@ class Attributes(BindingTest):
             def __del__(self):
                 Sub.gone += 1
         error = Sub()
-        error.itself = error
+        error.itself = error  # type: ignore[attr-defined]
         del error
         gc.collect()
         self.assertEqual(Sub.gone, 1)
@@ -181,7 +181,8 @@ class Stub(BindingTest):
                          {"InputError", "Error", "MomCApiInnerError", "VuMom"} | set(
                              name for name in self.classes if name.startswith("_")))
         for name in ("InputError", "Error", "MomCApiInnerError"):
-            self.assertEqual([base.id for base in self.classes[name].bases], ["Exception"])
+            bases = self.classes[name].bases  # type: Any
+            self.assertEqual([base.id for base in bases], ["Exception"])
         public = set(name for name in vars(vu_mom) if not name.startswith("_"))
         self.assertEqual(public, set(n for n in self.classes if not n.startswith("_")))
 
@@ -368,7 +369,8 @@ for warning in caught:
     print("%s|%s" % (warning.category.__name__, warning.message))
 print("vu_mom" in sys.modules)
 ''')
-        size = type.__basicsize__
+        builtin = type  # type: Any
+        size = builtin.__basicsize__
         warning = ("RuntimeWarning|builtins.type size changed, may indicate binary "
                    "incompatibility. Expected %d, got %d" % (size + POINTER, size))
         self.assertEqual(lines, [

@@ -8,7 +8,7 @@ import recorder
 import support
 import vu_global
 import vu_mom
-from support import HANDLE, BindingTest, Client
+from support import HANDLE, Any, BindingTest, Client
 
 CHECKSUM = 0x2b63339
 UNPICKLE = vu_mom.__dict__["__pyx_unpickle_VuMom"]  # no class here may mangle the name
@@ -24,7 +24,7 @@ class Registered(vu_global.VuGlobal):
     def __eq__(self, other):
         return self.handle == other.handle
 
-    __hash__ = None
+    __hash__ = None  # type: ignore[assignment]
 
 
 def global_of(client):
@@ -78,7 +78,7 @@ class Reduce(BindingTest):
         """__dict__ is looked up as an attribute, wherever it comes from."""
         class Odd(vu_mom.VuMom):
             __slots__ = ()
-            __dict__ = property(lambda self: {"made": "up"})
+            __dict__ = property(lambda self: {"made": "up"})  # type: ignore[assignment]
         client = Odd.__new__(Odd)
         self.assertEqual(client.__reduce__(),
                          (UNPICKLE, (Odd, CHECKSUM, None), (None, {"made": "up"})))
@@ -86,7 +86,7 @@ class Reduce(BindingTest):
     def test_dict_that_is_none(self):
         class Odd(vu_mom.VuMom):
             __slots__ = ()
-            __dict__ = None
+            __dict__ = None  # type: ignore[assignment]
         client = Odd.__new__(Odd)
         self.assertEqual(client.__reduce__(), (UNPICKLE, (Odd, CHECKSUM, (None,))))
 
@@ -209,7 +209,7 @@ class Unpickle(BindingTest):
                     self.assertIn("PickleError", str(raised))
                     raise
         finally:
-            pickle.PickleError = error
+            pickle.PickleError = error  # type: ignore[misc]
 
     def test_checksum_that_is_no_integer(self):
         for checksum in ("1", None, support.OnlyIndex()):
@@ -255,7 +255,7 @@ class SetState(BindingTest):
 
     def setUp(self):
         super(SetState, self).setUp()
-        self.bare = Bare.__new__(Bare)
+        self.bare = Bare.__new__(Bare)  # type: Any
 
     def tearDown(self):
         self.bare = None

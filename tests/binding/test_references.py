@@ -45,7 +45,7 @@ class ManyCalls(BindingTest):
 
     def watched(self, row):
         """The objects that the contexts of a row hold, each with how often one context does."""
-        result = [self.p]
+        result = [self.p]  # type: list
         if row.prefix:
             result += [self.client, vars(Listener)[support.reply_name(row)]]
         else:

@@ -11,7 +11,7 @@ import support
 import vu_mom
 import vu_mom_common
 from asking import GETFUNC, AskingTest, text_of
-from support import BindingTest, Client, Message, reports
+from support import Any, BindingTest, Client, Message, reports
 
 
 class Name(AskingTest):
@@ -43,18 +43,19 @@ class Name(AskingTest):
     def test_wrong_package_name(self):
         """Fails with the TypeError of +, before the short name is read."""
         class Odd(Message):
-            package_name = 5
+            package_name = 5  # type: ignore[assignment]
 
             @property
             def short_name(self):
                 raise AssertionError("read")
-        with self.refuses(TypeError, text_of(lambda: "on_get_" + 5), ["VuMom.get"]):
+        wrong = vars(Odd)["package_name"]
+        with self.refuses(TypeError, text_of(lambda: "on_get_" + wrong), ["VuMom.get"]):
             self.asking.get(0, Odd(), None)
         self.assertEqual(self.asking.asked, [])
         self.assert_nothing_sent()
 
     def test_wrong_short_name(self):
-        for short in (None, b"Counter", 5):
+        for short in (None, b"Counter", 5):  # type: Any
             with self.refuses(TypeError, text_of(lambda: "x" + short), ["VuMom.get"]):
                 self.asking.get(0, self.message("demo", short), None)
         self.assertEqual(self.asking.asked, [])
@@ -119,7 +120,7 @@ class Name(AskingTest):
         class Changing(Client):
             def on_get_demo_Counter(self, msg, p):
                 pass
-        client = Changing(self.glb)
+        client = Changing(self.glb)  # type: Any
         self.glb.apps[:] = []
 
         def fetched():
@@ -162,7 +163,7 @@ class Name(AskingTest):
     def test_class_of_the_message(self):
         """Is the attribute __class__, not the type."""
         class Proxy(Message):
-            __class__ = int
+            __class__ = int  # type: ignore[assignment]
         client = self.client
         client.get(0, Proxy(), None)
         context = self.sent_context()
@@ -391,7 +392,7 @@ class Contexts(WrapTest):
         for keys, wanted in (({"obj": obj}, ("obj", (16,), {})),
                              ({"resobj": resobj}, ("resobj", (16,), {})),
                              ({"obj": obj, "resobj": resobj}, ("resobj", (16,), {"cls": obj})),
-                             ({}, None)):
+                             ({}, None)):  # type: Any, Any
             context = self.made(**keys)
             self.assert_quiet(self.wrap(context.address, 16))
             self.assertEqual(context.seen.pop()[0].result, wanted)
@@ -441,7 +442,7 @@ class Contexts(WrapTest):
             def __eq__(self, other):
                 self.seen.append(other)
                 return self.answer
-            __hash__ = None
+            __hash__ = None  # type: ignore[assignment]
         for answer, references in ((True, 0), (False, 1), ([1], 0), ([], 1), (None, 1)):
             flag = Flag(answer)
             context = self.made(flag=flag)
@@ -450,10 +451,10 @@ class Contexts(WrapTest):
             self.assertEqual(self.references(context), references)
             if references:
                 self.take_back_made(context)
-        for flag, end_mark, references in ((2.0, 2, 0), (True, 1, 0), ("1", 1, 1),
-                                           (-1, 2 ** 32 - 1, 1),
-                                           (2 ** 32 - 1, 2 ** 32 - 1, 0), (None, 0, 1)):
-            context = self.made(flag=flag)
+        for number, end_mark, references in ((2.0, 2, 0), (True, 1, 0), ("1", 1, 1),
+                                             (-1, 2 ** 32 - 1, 1),
+                                             (2 ** 32 - 1, 2 ** 32 - 1, 0), (None, 0, 1)):
+            context = self.made(flag=number)
             self.assert_quiet(self.wrap(context.address, 0, end_mark))
             self.assertEqual(self.references(context), references)
             if references:
@@ -472,7 +473,7 @@ class Contexts(WrapTest):
                 if self.error is None:
                     return Truthless()
                 raise self.error
-            __hash__ = None
+            __hash__ = None  # type: ignore[assignment]
         for error, shown in ((KeyError("equality"), "'equality'"), (None, "'truth'")):
             context = self.made(flag=Flag(error))
             found = self.wrap(context.address, 0, 1)
@@ -519,7 +520,8 @@ class Contexts(WrapTest):
         self.assertEqual(context.seen, [])
         self.take_back_made(context)
         vu_mom_common.failures.pop("PubSubMsg").__traceback__ = None
-        for keys in ({"obj": broken}, {"resobj": broken}, {"obj": len, "resobj": broken}):
+        for keys in ({"obj": broken}, {"resobj": broken},
+                     {"obj": len, "resobj": broken}):  # type: Any
             context = self.made(**keys)
             found = self.wrap(context.address, 1)
             self.assert_reported(found, "wrap_cb", ValueError, "broken")
@@ -531,7 +533,7 @@ class Contexts(WrapTest):
         context unreleased, with and without a flag."""
         def cb(msg, p):
             raise ValueError("mine")
-        for keys in ({}, {"flag": 1}):
+        for keys in ({}, {"flag": 1}):  # type: Any
             context = self.made(cb=cb, **keys)
             found = self.wrap(context.address, 0, 1)
             self.assert_reported(found, "wrap_cb", ValueError, "mine")
@@ -566,7 +568,7 @@ class Contexts(WrapTest):
 
             def flush(self):
                 raise OSError("no space")
-        for stream in (None, Broken()):
+        for stream in (None, Broken()):  # type: Any
             context = self.made(cb=5)
             stderr, sys.stderr = sys.stderr, stream
             try:

@@ -4,7 +4,7 @@ import unittest
 import recorder
 import support
 import vu_mom
-from support import BindingTest, Client, Float, Message
+from support import Any, BindingTest, Client, Float, Message
 
 POINTER = support.POINTER_BITS // 8
 DOUBLE = 8
@@ -131,7 +131,7 @@ class ZAdd(BindingTest):
     def test_lists_that_shrink(self):
         """get_ptr() may shorten the lists; nothing is read beyond them."""
         for name in ("scores", "objs"):
-            lists = {"scores": [1.0, 2.0, 3.0], "objs": [None, self.obj, self.obj]}
+            lists = {"scores": [1.0, 2.0, 3.0], "objs": [None, self.obj, self.obj]}  # type: dict
 
             class Shrinking(Message):
                 def get_ptr(self):
@@ -249,7 +249,7 @@ class Bounds(BindingTest):
 
     def test_scores(self):
         for low, high in ((-1.0, -1), (float("-inf"), float("inf")), (Float(0.25), True),
-                          (2 ** 53, 1e308)):
+                          (2 ** 53, 1e308)):  # type: Any, Any
             for name, more in (("zcount", (None,)), ("zrangebyscore", (None,)),
                                ("zremrangebyscore", ())):
                 recorder.clear()

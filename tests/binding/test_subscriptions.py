@@ -370,7 +370,7 @@ class Fields(BindingTest):
         reads = []
 
         class Counting(Message):
-            @property
+            @property  # type: ignore[misc]
             def __class__(self):
                 reads.append(1)
                 if len(reads) == 3:
@@ -409,7 +409,8 @@ class Fields(BindingTest):
     def test_lists_that_shrink(self):
         """A field's conversion may shorten any of the lists; nothing is read beyond them."""
         for name in ("fields", "funcs", "args"):
-            lists = {"fields": [None, 2], "funcs": [len, len], "args": [self.p, self.p]}
+            lists = {
+                "fields": [None, 2], "funcs": [len, len], "args": [self.p, self.p]}  # type: dict
 
             class Shrinking(object):
                 def __int__(self):

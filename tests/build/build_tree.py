@@ -3,6 +3,7 @@
 import os
 import re
 import subprocess
+import unittest
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
@@ -81,3 +82,9 @@ class BuildTree:
     def needed_libraries(self, library):
         output = run(self.tool("readelf"), "-d", "--wide", library)
         return re.findall(r"\(NEEDED\).*\[(.*)\]", output)
+
+
+class TreeTest(unittest.TestCase):
+    """Looks at the build directory `tree`."""
+
+    tree: BuildTree

@@ -14,14 +14,15 @@ TESTS = os.path.dirname(os.path.abspath(__file__))
 
 
 class WithBuildTree(unittest.TestLoader):
-    """Gives every test case class the build directory as its attribute `tree`."""
+    """Gives every test case class that wants it the build directory as its attribute `tree`."""
 
     def __init__(self, tree):
         super().__init__()
         self.tree = tree
 
     def loadTestsFromTestCase(self, case):
-        case.tree = self.tree
+        if issubclass(case, build_tree.TreeTest):
+            case.tree = self.tree
         return super().loadTestsFromTestCase(case)
 
 

@@ -7,9 +7,8 @@ are looked at for headers that are not the binding's.
 import glob
 import os
 import re
-import unittest
 
-from build_tree import SOURCE, BuildTree, run
+from build_tree import SOURCE, BuildTree, TreeTest, run
 
 HIDDEN = ("Protobuf", "protobuf", "absl", "PkgConfig", "GTest", "benchmark")
 RUNTIME_LIBRARIES = r"lib(c|m|gcc_s|stdc\+\+)\.so\.\d+|ld-linux[\w.-]*\.so\.\d+"
@@ -18,7 +17,10 @@ RUNTIME_VERSIONS = r"@@?(GLIBC|GLIBCXX|CXXABI|GCC)_[\w.]+$"
 RUNTIME_MARKS = {"_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable", "__gmon_start__"}
 
 
-class BindingOnly(unittest.TestCase):
+class BindingOnly(TreeTest):
+    alone: BuildTree
+    module: str
+
     @classmethod
     def setUpClass(cls):
         path = cls.tree.file("binding-only")

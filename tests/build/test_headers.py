@@ -6,9 +6,8 @@ On the 32-bit target their static assertions on sizes and offsets apply.
 import glob
 import os
 import tempfile
-import unittest
 
-from build_tree import SOURCE, run
+from build_tree import SOURCE, TreeTest, run
 
 PUBLIC = os.path.join(SOURCE, "include")
 PLATFORM = os.path.join(SOURCE, "platform", "include")
@@ -20,7 +19,7 @@ NEEDS_PYTHON = ("vu_mom_types.h",)
 ONLY_CXX = ("vu_options.h",)
 
 
-class Headers(unittest.TestCase):
+class Headers(TreeTest):
     def compile(self, header, compiler, language, standard, extra=()):
         name = os.path.basename(header)
         lines = ["#include <Python.h>"] if name in NEEDS_PYTHON else []

@@ -9,21 +9,23 @@ import re
 import shutil
 import subprocess
 import tempfile
-import unittest
 
-from build_tree import SOURCE, run
+from build_tree import SOURCE, TreeTest, run
 
 INSTALLED = os.path.join(SOURCE, "tests", "packages", "test_installed.py")
 HEADERS = {"vu_mom_impl.h", "vu_mom_types.h", "vu_options.h", "vu_platform.h", "vu_store.h"}
 COMPONENTS = ("binding", "platform", "tools", "development")
 
 
-class Install(unittest.TestCase):
+class Install(TreeTest):
+    prefix: pathlib.Path
+    files: dict[str, set[str]]  # of each component, relative to the prefix
+
     @classmethod
     def setUpClass(cls):
         cls.prefix = pathlib.Path(tempfile.mkdtemp(prefix="vu-install-"))
         cls.addClassCleanup(shutil.rmtree, str(cls.prefix))
-        cls.files = {}  # of each component, relative to the prefix
+        cls.files = {}
         before = set()
         for component in COMPONENTS:
             run("cmake", "--install", cls.tree.path, "--prefix", str(cls.prefix),

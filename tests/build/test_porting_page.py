@@ -6,9 +6,8 @@ import re
 import shutil
 import sys
 import tempfile
-import unittest
 
-from build_tree import SOURCE
+from build_tree import SOURCE, TreeTest
 
 sys.path.insert(1, os.path.join(SOURCE, "tests", "docs"))
 import page  # noqa: E402
@@ -25,7 +24,7 @@ def source(*path):
         return file.read()
 
 
-class PortingPage(unittest.TestCase):
+class PortingPage(TreeTest):
     def setUp(self):
         self.place = tempfile.mkdtemp(prefix="vu-porting-")
         self.addCleanup(shutil.rmtree, self.place)

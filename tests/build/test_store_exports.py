@@ -2,9 +2,8 @@
 
 import os
 import re
-import unittest
 
-from build_tree import SOURCE
+from build_tree import SOURCE, TreeTest
 
 
 def declared(*header):
@@ -16,7 +15,7 @@ def declared(*header):
     )
 
 
-class StoreExports(unittest.TestCase):
+class StoreExports(TreeTest):
     def test_every_declared_function_and_no_other_symbol(self):
         commands = declared("include", "vu_mom_impl.h")
         platform = declared("platform", "include", "vu_platform.h")

@@ -1,9 +1,8 @@
 """The instance sizes of the sibling types, as the running types report them."""
 
 import ast
-import unittest
 
-from build_tree import run
+from build_tree import TreeTest, run
 
 SIZES = {
     "vu_thread.Thread": 20,
@@ -46,7 +45,7 @@ print((sys.maxsize, sizes))
 """
 
 
-class TypeSizes(unittest.TestCase):
+class TypeSizes(TreeTest):
     def test_sizes_on_the_target(self):
         if not self.tree.is_armhf:
             self.skipTest("this tree is not for the 32-bit target")

@@ -10,6 +10,7 @@ import collections
 import itertools
 import sys
 import time
+from typing import Any
 
 import engines
 import store as harness
@@ -78,6 +79,7 @@ class Side:
 def said(msg, in_order=True):
     """All that a message says, but when it was."""
     result = msg.result
+    content: Any
     if hasattr(result, "get_ptr"):
         content = (type(result).__name__, result.SerializeToString())
     elif hasattr(result, "obj"):
@@ -149,7 +151,7 @@ def run(made, commands, seed):
 def main(argv):
     commands = int(argv[1]) if len(argv) > 1 else 100000
     seed = int(argv[2]) if len(argv) > 2 else int(time.time())
-    made = [engines.EmbeddedEngine(), engines.ServerEngine()]
+    made: list[Any] = [engines.EmbeddedEngine(), engines.ServerEngine()]
     begin = time.monotonic()
     try:
         done = run(made, commands, seed)

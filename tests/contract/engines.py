@@ -5,6 +5,7 @@ import itertools
 import os
 import pathlib
 import sys
+from typing import Any
 
 import vu_global
 import vu_mom
@@ -184,4 +185,5 @@ class ClusterBeacon(Beacon):
             self.troubles.append(msg.error)
 
 
-ENGINES = {"cluster": ClusterEngine, "embedded": EmbeddedEngine, "server": ServerEngine}
+ENGINES: dict[str, Any] = {
+    "cluster": ClusterEngine, "embedded": EmbeddedEngine, "server": ServerEngine}

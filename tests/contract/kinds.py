@@ -1,5 +1,7 @@
 """The five kinds of objects: how one is made, and which commands are for it alone."""
 
+from typing import Any
+
 import vu_mom_common
 
 from messages import NAME, port
@@ -29,7 +31,7 @@ SCANNED = {
 }
 
 # (command, arguments behind the message) with one reply.
-ASKING = {
+ASKING: dict[str, list[tuple[str, tuple[Any, ...]]]] = {
     "single value": [("get", ()), ("incr", ()), ("setnx", ())],
     "hash": [("hmget", ([NAME],)), ("hmget", (None,)), ("hgetall", ())],
     "list": [

@@ -542,7 +542,7 @@ class Model:
 
     def scan_index(self, db, msg, level):
         return {
-            place[2]: (37, message(*place[1:], {})) for place in self._matching(db, msg, level)
+            key: (37, message(type, key, {})) for _, type, key in self._matching(db, msg, level)
         }
 
     def _content(self, place):

@@ -9,7 +9,7 @@ SETTINGS = Type("Settings", (1, 2, 3), counter=3, counter_max=2**32 - 1)
 BY_STRING = Type("ByString", (1, 2), (1,), ("",))
 
 # Class of a message -> its type, its fields by number: name, and whether it has presence.
-_FIELDS = {
+_FIELDS: dict[type, tuple[Type, list[tuple[int, str, bool]]]] = {
     contract_vu.Port: (
         PORT,
         [

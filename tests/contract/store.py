@@ -58,7 +58,8 @@ class Inbox(list):
         self.last = last
         self.completed = False
 
-    __hash__ = object.__hash__  # identity: messages never become part of a key
+    # Identity: messages never become part of a key.
+    __hash__ = object.__hash__  # type: ignore[assignment]
 
     def __repr__(self):
         return "<%s: %s>" % (self.what, list.__repr__(self))

@@ -26,6 +26,7 @@ def dead_address():
     return message.get_ptr()
 
 
+LIVE = port(name="live")
 ADDRESSES = {
     "null": lambda: 0,
     "one": lambda: 1,
@@ -34,7 +35,6 @@ ADDRESSES = {
     "not a message": lambda: id(CALLS),
     "inside a message": lambda: LIVE.get_ptr() + 1,
 }
-LIVE = port(name="live")
 
 
 @pytest.fixture

@@ -9,6 +9,7 @@ import pytest
 
 import vu_mom
 from messages import NAME, port
+from store import Client
 
 ENDED = 28
 
@@ -55,7 +56,9 @@ def test_privdata_comes_back_as_it_was(client, store):
 
 
 def test_commands_from_a_reply_method(store):
-    class Counting(type(store.open())):
+    store.open()
+
+    class Counting(Client):
         def on_incr_contract_Port(self, msg, p):
             self._record("incr", "Port", msg, p)
             if msg.result.value < 500:
@@ -70,7 +73,9 @@ def test_commands_from_a_reply_method(store):
 
 
 def test_replies_to_commands_from_reply_methods_come_behind(store):
-    class Asking(type(store.open())):
+    store.open()
+
+    class Asking(Client):
         def on_get_contract_Port(self, msg, p):
             self._record("get", "Port", msg, p)
             if p < 3:
@@ -84,7 +89,9 @@ def test_replies_to_commands_from_reply_methods_come_behind(store):
 
 
 def test_a_failing_reply_method_stops_nobody_else(store, capfd):
-    class Failing(type(store.open())):
+    store.open()
+
+    class Failing(Client):
         def on_get_contract_Port(self, msg, p):
             self._record("get", "Port", msg, p)
             raise RuntimeError("reply method %d" % p)
@@ -104,7 +111,9 @@ def test_a_failing_reply_method_stops_nobody_else(store, capfd):
 
 
 def test_unsubscribing_from_an_event(store):
-    class Once(type(store.open())):
+    store.open()
+
+    class Once(Client):
         def on_subscribe_contract_Port(self, msg, p):
             self._record("subscribe", "Port", msg, p)
             if msg.type_code == 1:
@@ -119,7 +128,9 @@ def test_unsubscribing_from_an_event(store):
 
 
 def test_changing_what_is_watched_from_an_event(store):
-    class Countdown(type(store.open())):
+    store.open()
+
+    class Countdown(Client):
         def on_subscribe_contract_Port(self, msg, p):
             self._record("subscribe", "Port", msg, p)
             if msg.type_code == 1 and msg.result.speed > 0:
@@ -205,7 +216,9 @@ def test_closing_twice(client, store):
 
 
 def test_closing_from_a_reply_method(store):
-    class Closing(type(store.open())):
+    store.open()
+
+    class Closing(Client):
         def on_get_contract_Port(self, msg, p):
             self._record("get", "Port", msg, p)
             if p == 1:
@@ -230,7 +243,9 @@ def test_closing_from_a_reply_method(store):
 
 
 def test_closing_from_the_middle_of_a_level(store):
-    class Closing(type(store.open())):
+    store.open()
+
+    class Closing(Client):
         def on_pdel_contract_Port(self, msg, p):
             self._record("pdel", "Port", msg, p)
             if len(p) == 3:
@@ -246,7 +261,9 @@ def test_closing_from_the_middle_of_a_level(store):
 
 
 def test_closing_from_an_event(store):
-    class Closing(type(store.open())):
+    store.open()
+
+    class Closing(Client):
         def on_subscribe_contract_Port(self, msg, p):
             self._record("subscribe", "Port", msg, p)
             self.handle.close()

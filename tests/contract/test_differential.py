@@ -2,6 +2,7 @@
 
 import os
 import platform
+from typing import Any
 
 import pytest
 
@@ -14,7 +15,7 @@ COMMANDS = int(os.environ.get("VU_DIFFERENTIAL_COMMANDS", "2000" if SLOW else "2
 
 @pytest.fixture(scope="module")
 def both():
-    made = [engines.EmbeddedEngine(), engines.ServerEngine()]
+    made: list[Any] = [engines.EmbeddedEngine(), engines.ServerEngine()]
     yield made
     for engine in made:
         engine.stop()

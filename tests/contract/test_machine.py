@@ -12,6 +12,7 @@ import collections
 import functools
 import os
 import platform
+from typing import Any
 
 from hypothesis import HealthCheck, Phase, seed, settings
 from hypothesis import strategies as st
@@ -29,7 +30,7 @@ STEPS = int(os.environ.get("VU_MACHINE_STEPS", "50"))
 SEED = int(os.environ.get("VU_MACHINE_SEED", "1"))
 
 PORTS = [("", 0, 0), ("a", 1, -1), ("a", 1, 2), ("a", 0, 2), ("b", 1, 2)]
-CARRIED = [
+CARRIED: list[dict[str, Any]] = [
     {},
     {"name": "x"},
     {"name": "y", "speed": 0},
@@ -37,6 +38,8 @@ CARRIED = [
     {"hits": 3, "lanes": [1, 2], "name": "x"},
     {"note": "", "up": False, "hits": 2**31 - 1},
 ]
+SETTINGS: list[dict[str, Any]] = [
+    {}, {"mode": "m"}, {"limit": 0, "starts": 5}, {"starts": 2**32 - 1}]
 
 
 def _messages():
@@ -45,7 +48,7 @@ def _messages():
         yield [contract_vu.Port(site=site, rack=rack, slot=slot, **more) for more in CARRIED]
     yield [
         contract_vu.Settings(**more)
-        for more in ({}, {"mode": "m"}, {"limit": 0, "starts": 5}, {"starts": 2**32 - 1})
+        for more in SETTINGS
     ]
     for name in ("", "\0", "k"):
         yield [contract_vu.ByString(id=name, text=text) for text in ("", "t")]
@@ -103,7 +106,7 @@ def fields_of(kind, drawn):
 
 
 class StoreMachine(RuleBasedStateMachine):
-    engine = None  # set for the run
+    engine: Any = None  # set for the run
 
     @initialize()
     def open(self):

@@ -4,6 +4,7 @@ import inspect
 import math
 import pathlib
 import re
+from typing import Any, Optional
 
 import pytest
 import vu_mom
@@ -81,6 +82,7 @@ class Client(vu_mom.VuMom):
     """Has every reply method; keeps what they are asked for and called with."""
 
     def __init__(self, glb):
+        self.glb = glb
         super().__init__(glb)
         self.asked = []
         self.calls = []
@@ -91,15 +93,15 @@ class Client(vu_mom.VuMom):
         self.asked.append(name)
         return lambda msg, p: self.calls.append((msg, p))
 
+    def run(self):
+        run_until_idle(self.glb)
+
 
 @pytest.fixture
 def client(request):
     """On a store of its own."""
     with VuGlobal(store="embedded:%s" % request.node.name) as glb:
-        made = Client(glb)
-        made.glb = glb
-        made.run = lambda: run_until_idle(glb)
-        yield made
+        yield Client(glb)
 
 
 def run_until_idle(glb):
@@ -383,7 +385,7 @@ NAN = math.nan
 WRONG_LIST = "Argument '%s' has incorrect type (expected list, got tuple)"
 
 # (command, changed arguments, exception, text where it is fixed)
-CASES = [
+CASES: list[tuple[str, dict[str, Any], str, Optional[str]]] = [
     (command, {"level": -1}, "OverflowError", "can't convert negative value to unsigned int")
     for command in COMMANDS
     if "level" in parameters_of(command)
@@ -409,24 +411,22 @@ CASES += [
 ]
 OTHER_KEY = Samples(host="elsewhere")
 OTHER_TYPE = Busiest(host="here")
-CASES += [
-    (command, changed, "InputError", "")
-    for command, changed in (
-        ("incr", {"obj": OTHER_TYPE}),
-        ("linsert", {"order": 2}),
-        ("linsert", {"pivot": OTHER_KEY}),
-        ("linsert", {"pivot": OTHER_TYPE}),
-        ("zadd", {"scores": [1.0, 2.0], "objs": [samples(), OTHER_KEY]}),
-        ("zadd", {"scores": [1.0, 2.0], "objs": [samples(), OTHER_TYPE]}),
-        ("zrem", {"objs": [samples(), OTHER_KEY]}),
-        ("zrem", {"objs": [samples(), OTHER_TYPE]}),
-        ("pexpire_field", {"tag": 99}),
-        ("pexpire_field", {"tag": -1}),
-        ("pexpire_fields", {"field_tags": [TAKEN, 99]}),
-        ("subscribe_field", {"fields": [99]}),
-        ("unsubscribe_field", {"fields": [99]}),
-    )
+REFUSED: list[tuple[str, dict[str, Any]]] = [
+    ("incr", {"obj": OTHER_TYPE}),
+    ("linsert", {"order": 2}),
+    ("linsert", {"pivot": OTHER_KEY}),
+    ("linsert", {"pivot": OTHER_TYPE}),
+    ("zadd", {"scores": [1.0, 2.0], "objs": [samples(), OTHER_KEY]}),
+    ("zadd", {"scores": [1.0, 2.0], "objs": [samples(), OTHER_TYPE]}),
+    ("zrem", {"objs": [samples(), OTHER_KEY]}),
+    ("zrem", {"objs": [samples(), OTHER_TYPE]}),
+    ("pexpire_field", {"tag": 99}),
+    ("pexpire_field", {"tag": -1}),
+    ("pexpire_fields", {"field_tags": [TAKEN, 99]}),
+    ("subscribe_field", {"fields": [99]}),
+    ("unsubscribe_field", {"fields": [99]}),
 ]
+CASES += [(command, changed, "InputError", "") for command, changed in REFUSED]
 CASES += [
     ("lrem", {"count": -1}, "OverflowError", "can't convert negative value to size_t"),
     ("zadd", {"scores": None}, "InputError", "scores or objs is None"),
@@ -514,4 +514,4 @@ def test_publish_on_a_closed_store_is_no_error():
         client = Client(glb)
     with pytest.raises(vu_mom.Error):
         client.set(0, samples())
-    assert client.publish(0, samples()) is None
+    assert client.publish(0, samples()) is None  # type: ignore[func-returns-value]

@@ -5,6 +5,7 @@ import os
 import re
 import subprocess
 import sys
+from typing import Any, Callable
 
 import page
 import pytest
@@ -32,7 +33,9 @@ def test_examples(tmp_path, monkeypatch):
 
 def test_every_option_of_json_is_named():
     rows = re.findall(r"^\| `(\w+)(?:=(\w+))?` \|", TEXT, re.M)
-    for method in (vu_message.Message.ToJson, vu_message.Message.FromJson):
+    methods: tuple[Callable[..., Any], ...] = (
+        vu_message.Message.ToJson, vu_message.Message.FromJson)
+    for method in methods:
         for parameter in inspect.signature(method).parameters.values():
             if parameter.name in ("self", "cls"):
                 continue
@@ -48,6 +51,7 @@ def test_every_conversion_is_named():
     for name, cls in vars(vu_well_known).items():
         if not isinstance(cls, type) or name.startswith("_"):
             continue
+        assert issubclass(cls, vu_message.Message)
         inherited = set(dir(vu_well_known.Empty))
         inherited |= {field.name for field in cls.DESCRIPTOR.fields}
         own = {

@@ -2,6 +2,7 @@
 
 import gc
 import sys
+from typing import Any, List
 
 import hostile
 import vu_global
@@ -41,7 +42,7 @@ class OddNames(Message):
 
 
 class OddClass(Message):
-    @property
+    @property  # type: ignore[misc]
     def __class__(self):
         hostile.act()
         if self.address < 0:
@@ -85,9 +86,9 @@ setattr(OddClient, "__getfunc", property(_getfunc))
 GLOBAL = vu_global.VuGlobal(0x12345678)
 CLIENTS = [Client(GLOBAL), OddClient(GLOBAL)]
 
-NUMBERS = [0, 1, -1, 2, 5, 2**31 - 1, -(2**31), 2**31, 2**32 - 1, 2**32, 2**63 - 1, 2**63]
-NUMBERS += [-(2**63), 2**64 - 1, 2**64, True, 1.5, -0.0, 1e300, 1e-7, 2147483647.999999]
-NUMBERS += [float("inf"), float("nan"), hostile.Number(3), hostile.Number(2.5)]
+NUMBERS: List[Any] = [0, 1, -1, 2, 5, 2**31 - 1, -(2**31), 2**31, 2**32 - 1, 2**32]
+NUMBERS += [2**63 - 1, 2**63, -(2**63), 2**64 - 1, 2**64, True, 1.5, -0.0, 1e300, 1e-7]
+NUMBERS += [2147483647.999999, float("inf"), float("nan"), hostile.Number(3), hostile.Number(2.5)]
 MESSAGES = [Message(4096), Message(-(2**31)), Message(0), Message(2**63), Message("x")]
 MESSAGES += [Message(hostile.Number(8)), Message(1.5), Message(None), OddNames("demo", "Counter")]
 MESSAGES += [OddNames("", ""), OddNames(hostile.Text("demo"), hostile.Text("Counter"))]
@@ -109,7 +110,7 @@ POOLS = {"number": NUMBERS, "message": MESSAGES, "functions": FUNCTIONS}
 
 def settle():
     """From now on the collector knows of what is made from now on, and of nothing else."""
-    sys.stderr = None
+    sys.stderr = None  # type: ignore[assignment]
     gc.disable()
     gc.collect()
     gc.freeze()

@@ -1,6 +1,7 @@
 """Messages of protobuf's own Python classes with something in every field."""
 
 from google.protobuf.descriptor import FieldDescriptor as Field
+from typing import Any
 
 INTEGERS = {
     Field.TYPE_INT32: 31,
@@ -29,7 +30,7 @@ VARIANTS = 5
 DEPTH = 3
 
 # What JSON has a form of its own for, in the ranges that it can say.
-WELL_KNOWN = {
+WELL_KNOWN: dict[str, Any] = {
     "Timestamp": [(0, 0), (1700000000, 123456789), (-62135596800, 0), (253402300799, 999999999)],
     "Duration": [(0, 0), (1, 500000000), (-1, -500000000), (315576000000, 0), (0, -1)],
     "FieldMask": [["a", "foo_bar.baz"], []],

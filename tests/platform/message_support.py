@@ -23,7 +23,7 @@ def _google_directory():
     directory = tempfile.TemporaryDirectory(prefix="vu_pb2_")
     protos = sorted(str(path.relative_to(PROTOS)) for path in PROTOS.glob("**/*.proto"))
     subprocess.run(
-        ["protoc", "--python_out", directory.name, "-I", PROTOS, "-I", BUILD / "share"]
+        ["protoc", "--python_out", directory.name, "-I", str(PROTOS), "-I", str(BUILD / "share")]
         + protos
         + ["vu/options.proto"],
         check=True,

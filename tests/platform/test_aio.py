@@ -10,6 +10,7 @@ import platform
 import sys
 import threading
 import weakref
+from typing import Any
 
 import pytest
 
@@ -57,7 +58,7 @@ def fresh_store():
 def run(coroutine):
     """Runs it in an event loop of its own. Nothing may go wrong where no exception can tell:
     in the loop, and in what the store calls."""
-    trouble = []
+    trouble: list[Any] = []
 
     async def main():
         loop = asyncio.get_running_loop()
@@ -85,7 +86,7 @@ def with_client(test):
 
         run(main())
 
-    del with_client.__wrapped__  # pytest would look for a fixture "client"
+    del vars(with_client)["__wrapped__"]  # pytest would look for a fixture "client"
     return with_client
 
 
@@ -413,9 +414,9 @@ async def test_a_loop_without_work_sleeps(client):
     await subscription.__anext__()
     await settled(client)
     turns = []
-    loop = asyncio.get_running_loop()
+    loop: Any = asyncio.get_running_loop()
     original = loop._run_once
-    loop._run_once = lambda: (turns.append(1), original())
+    loop._run_once = lambda: (turns.append(1), original())  # type: ignore[func-returns-value]
     await asyncio.sleep(0.3)
     assert len(turns) <= (5 if server is None else 20)
 
@@ -775,7 +776,7 @@ def test_commands_of_a_closed_client():
 def test_closing_ends_the_loops_over_subscriptions():
     async def main():
         async with Client(fresh_store()) as client:
-            ended = []
+            ended: list[Any] = []
 
             async def reader():
                 async for change in client.subscribe(0, Item(), 0):

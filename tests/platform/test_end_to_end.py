@@ -12,6 +12,7 @@ import textwrap
 import threading
 import time
 import weakref
+from typing import Any
 
 import pytest
 
@@ -461,7 +462,7 @@ def test_everything_is_freed_after_close():
 def test_dropping_the_last_reference_inside_a_reply_method():
     glb = VuGlobal(store="embedded:last")
     master = glb.thread_master
-    things = {"glb": glb, "client": Client(glb)}
+    things: dict[str, Any] = {"glb": glb, "client": Client(glb)}
     arrived = things["client"].arrived
     gone = weakref.ref(glb)
 

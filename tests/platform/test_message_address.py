@@ -1,6 +1,7 @@
 """The address of the native message: what the store is given, and what replies bring."""
 
 import gc
+from typing import Any
 
 import pytest
 import vu_message
@@ -75,9 +76,9 @@ def test_no_address_at_all(argument):
 def test_address_and_values_exclude_each_other():
     message = scalars.Single()
     with pytest.raises(TypeError, match="takes one address or keyword values"):
-        scalars.Single(message.get_ptr(), i32=4)
+        scalars.Single(message.get_ptr(), i32=4)  # type: ignore[call-overload]
     with pytest.raises(TypeError, match="takes one address or keyword values"):
-        scalars.Single(message.get_ptr(), message.get_ptr())
+        scalars.Single(message.get_ptr(), message.get_ptr())  # type: ignore[call-overload]
 
 
 def test_the_base_is_abstract():
@@ -89,7 +90,8 @@ def test_the_base_is_abstract():
 
 
 def test_names():
-    for owner in (tree.Node.Leaf, tree.Node.Leaf()):
+    owners: list[Any] = [tree.Node.Leaf, tree.Node.Leaf()]
+    for owner in owners:
         assert owner.package_name == "vu_test_tree"
         assert owner.short_name == "Node_Leaf"
 
@@ -144,7 +146,7 @@ def test_address_stays_when_other_contents_come():
     message = scalars.Single(i32=1)
     address = message.get_ptr()
     message.ParseFromString(scalars.Single(i32=2).SerializeToString())
-    message.CopyFrom(scalars.Single(text="t", **{"i32": 3}))
+    message.CopyFrom(scalars.Single(text="t", **{"i32": 3}))  # type: ignore[call-overload]
     assert message.get_ptr() == address and scalars.Single(address).i32 == 3
 
 
@@ -153,7 +155,7 @@ def test_subclasses():
         def doubled(self):
             return 2 * self.i32
 
-    message = Mine(i32=21)
+    message: Any = Mine(i32=21)
     message.extra = "attributes of its own"
     assert message.doubled() == 42 and message == scalars.Single(i32=21)
     assert Mine(message.get_ptr()).doubled() == 42

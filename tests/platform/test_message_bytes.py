@@ -7,6 +7,7 @@ import random
 import subprocess
 import sys
 import warnings
+from typing import Any
 
 import pytest
 import vu_message
@@ -69,10 +70,10 @@ def test_random_bytes_either_parse_or_are_refused():
     ).SerializeToString()
     outcomes = set()
     for _ in range(3000):
-        data = bytearray(good)
+        changed = bytearray(good)
         for _ in range(source.randrange(1, 4)):
-            data[source.randrange(len(data))] = source.randrange(256)
-        data = bytes(data[: source.randrange(len(data) + 1)])
+            changed[source.randrange(len(changed))] = source.randrange(256)
+        data = bytes(changed[: source.randrange(len(changed) + 1)])
         try:
             with warnings.catch_warnings(record=True) as left_out:
                 warnings.simplefilter("always")  # it only warns of bytes that it leaves out
@@ -147,7 +148,8 @@ def test_arguments_of_serialisation():
     expected = message.SerializeToString(deterministic=True)
     assert message.SerializeToString(True) == expected
     assert sorted(message.SerializeToString(deterministic=False)) == sorted(expected)
-    for arguments, keywords in (((1, 2), {}), ((), {"deterministc": True})):
+    wrong: list[Any] = [((1, 2), {}), ((), {"deterministc": True})]
+    for arguments, keywords in wrong:
         with pytest.raises(TypeError):
             message.SerializeToString(*arguments, **keywords)
         with pytest.raises(TypeError):
@@ -193,7 +195,8 @@ def test_a_pickle_brings_its_module():
 
 
 def test_awkward_names():
-    message = awkward.None_(**{"from": 1, "class": 2, "self": "s", "__mangled": 3})
+    fields: dict[str, Any] = {"from": 1, "class": 2, "self": "s", "__mangled": 3}
+    message = awkward.None_(**fields)
     assert (message.from_, message.class_, message.self) == (1, 2, "s")
     setattr(message, "from", 4)
     assert message.from_ == 4 and getattr(message, "__mangled") == 3
@@ -254,7 +257,7 @@ def test_files():
     with pytest.raises(ValueError, match="not a serialised FileDescriptorProto"):
         vu_message.add_file(b"\xff")
     with pytest.raises(TypeError, match="expected bytes, got str"):
-        vu_message.add_file("x")
+        vu_message.add_file("x")  # type: ignore[arg-type]
 
 
 def file_with(**fields):
@@ -295,13 +298,13 @@ def test_bundled_files():
     with pytest.raises(KeyError):
         vu_message.message_class("vu_test.tree.Nothing")
     with pytest.raises(TypeError):
-        vu_message.message_class(5)
+        vu_message.message_class(5)  # type: ignore[arg-type]
 
 
 def test_a_class_needs_a_descriptor():
     with pytest.raises(TypeError, match="DESCRIPTOR must be a MessageDescriptor, not int"):
-        type(tree.Node)("Bad", (vu_message.Message,), {"DESCRIPTOR": 5})
-    abstract = type(tree.Node)("Abstract", (vu_message.Message,), {})
+        type(tree.Node)("Bad", (vu_message.Message,), {"DESCRIPTOR": 5})  # type: ignore[misc]
+    abstract = type(tree.Node)("Abstract", (vu_message.Message,), {})  # type: ignore[misc]
     with pytest.raises(TypeError, match="abstract"):
         abstract()
 
@@ -313,7 +316,8 @@ def test_message_of_a_type_without_a_module_could_not_be_pickled():
         other = pickle.loads(pickle.dumps(message, protocol))
         assert other == message and type(other) is cls
     assert copy.deepcopy([message, message]) == [message, message]
-    function, arguments = message.__reduce__()
+    reduced: Any = message.__reduce__()
+    function, arguments = reduced
     with pytest.raises(KeyError, match="no message type 'a.b' is known"):
         function("a.b", arguments[1])
     with pytest.raises(vu_message.DecodeError):

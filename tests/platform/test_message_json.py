@@ -2,6 +2,7 @@
 
 import json
 import math
+from typing import Any
 
 import pytest
 import vu_message
@@ -41,12 +42,12 @@ def test_wrong_indent(indent, error):
 
 def test_arguments():
     for call in (
-        lambda: Node().ToJson(2),
-        lambda: Node().ToJson(defaults=True),
-        lambda: Node.FromJson(),
-        lambda: Node.FromJson(b"{}"),
-        lambda: Node.FromJson(None),
-        lambda: Node.FromJson("{}", True),
+        lambda: Node().ToJson(2),  # type: ignore[misc]
+        lambda: Node().ToJson(defaults=True),  # type: ignore[call-arg]
+        lambda: Node.FromJson(),  # type: ignore[call-arg]
+        lambda: Node.FromJson(b"{}"),  # type: ignore[arg-type]
+        lambda: Node.FromJson(None),  # type: ignore[arg-type]
+        lambda: Node.FromJson("{}", True),  # type: ignore[misc]
     ):
         with pytest.raises(TypeError):
             call()
@@ -186,18 +187,19 @@ def test_text_of_proto2_that_is_not_utf8_was_cut_off():
     with pytest.raises(vu_message.EncodeError) as error:
         message.ToJson()
     assert str(error.value) == "vu_test.old.Defaults.text: the text is not UTF-8"
-    message = old.Required(list=[{}], table={"k": {"inner": {"list": [{}, {"name": "n"}]}}})
-    data = message.SerializePartialToString().replace(b"\x0a\x01n", b"\x0a\x01\xff")
-    message = old.Required.FromString(data)
+    outer = old.Required(list=[{}], table={"k": {"inner": {"list": [{}, {"name": "n"}]}}})
+    data = outer.SerializePartialToString().replace(b"\x0a\x01n", b"\x0a\x01\xff")
+    outer = old.Required.FromString(data)
     with pytest.raises(vu_message.EncodeError) as error:
-        message.ToJson()
+        outer.ToJson()
     assert str(error.value) == (
         "vu_test.old.Required.table[0].value.inner.list[1].name: the text is not UTF-8"
     )
 
 
 def test_groups_were_left_out():
-    for call in (old.WithGroup(part={"size": 4}).ToJson, lambda: old.WithGroup.FromJson("{}")):
+    calls: list[Any] = [old.WithGroup(part={"size": 4}).ToJson, lambda: old.WithGroup.FromJson("{}")]
+    for call in calls:
         with pytest.raises(ValueError) as error:
             call()
         assert str(error.value) == "vu_test.old.WithGroup.part: a group, for which there is no JSON"

@@ -3,6 +3,7 @@
 import collections.abc
 import copy
 import pickle
+from typing import Any
 
 import pytest
 import vu_message
@@ -74,7 +75,7 @@ def test_messages_are_a_dict(start, steps):
 # Without -0.0, whose sign protobuf's implementation in Python loses.
 FLOATS = st.floats(allow_nan=False).map(lambda number: number + 0.0)
 FLOATS_32 = st.floats(allow_nan=False, width=32).map(lambda number: number + 0.0)
-MAPS = {
+MAPS: dict[str, st.SearchStrategy[Any]] = {
     "i32": st.dictionaries(st.integers(-(2**31), 2**31 - 1), st.integers(-(2**31), 2**31 - 1)),
     "i64": st.dictionaries(st.integers(-(2**63), 2**63 - 1), st.integers(-(2**63), 2**63 - 1)),
     "u32": st.dictionaries(st.integers(0, 2**32 - 1), st.integers(0, 2**32 - 1)),
@@ -88,7 +89,7 @@ MAPS = {
 }
 
 
-@given(fields=st.fixed_dictionaries({}, optional=MAPS), names=st.lists(st.text("xy", max_size=2)))
+@given(fields=st.fixed_dictionaries({}, optional=MAPS), names=st.lists(st.text("xy", max_size=2)))  # type: ignore[misc]
 def test_exchange_with_protobuf(fields, names):
     theirs = google_module("vu_test_scalars_pb2")
     our, their = scalars.Maps(**fields), theirs.Maps(**fields)
@@ -144,28 +145,28 @@ def test_values_are_the_same_object_while_held():
 def test_wrong_keys_and_values():
     message = tree.Node(counts={"a": 1})
     for call in (
-        lambda: message.counts[1],
-        lambda: message.counts.get(None),
+        lambda: message.counts[1],  # type: ignore[index]
+        lambda: message.counts.get(None),  # type: ignore[call-overload]
         lambda: 1 in message.counts,
-        lambda: message.counts.__setitem__(b"a", 1),
-        lambda: message.counts.update({"b": 2, 3: 4}),
+        lambda: message.counts.__setitem__(b"a", 1),  # type: ignore[index]
+        lambda: message.counts.update({"b": 2, 3: 4}),  # type: ignore[dict-item]
     ):
         with pytest.raises(TypeError, match=r"^vu_test\.tree\.Node\.counts key: expected a str"):
             call()
     for call in (
-        lambda: message.counts.__setitem__("a", "1"),
-        lambda: message.counts.update(b="2"),
+        lambda: message.counts.__setitem__("a", "1"),  # type: ignore[assignment]
+        lambda: message.counts.update(b="2"),  # type: ignore[call-overload]
         lambda: setattr(message, "counts", {"z": 1.0}),
-        lambda: tree.Node(counts={"z": None}),
+        lambda: tree.Node(counts={"z": None}),  # type: ignore[dict-item]
     ):
         with pytest.raises(TypeError, match=r"^vu_test\.tree\.Node\.counts\['[abz]'\]: expected an"):
             call()
     with pytest.raises(ValueError, match=r"counts\['a'\]: value out of range for int32: 2147483648"):
         message.counts["a"] = 2**31
     with pytest.raises(TypeError, match=r"Node\.counts: expected a mapping, got int"):
-        message.counts = 5
+        message.counts = 5  # type: ignore[assignment]
     with pytest.raises(TypeError, match=r"by_name\['a'\]: expected vu_test\.tree\.Node\.Leaf, got Node"):
-        message.by_name["a"] = tree.Node()
+        message.by_name["a"] = tree.Node()  # type: ignore[assignment]
     with pytest.raises(KeyError, match="'gone'"):
         del message.counts["gone"]
     with pytest.raises(KeyError, match="'gone'"):
@@ -233,7 +234,7 @@ def test_changes_of_a_value_are_never_missed():
     for number in range(5):
         inner.name = str(number)
         inner.values.append(number)
-        expected = {1: {"name": "a", "by_name": {"k": {"name": str(number)}}}}
+        expected: Any = {1: {"name": "a", "by_name": {"k": {"name": str(number)}}}}
         expected[1]["by_name"]["k"]["values"] = range(number + 1)
         assert message == tree.Node(by_number=expected)
         assert repr(message) == repr(tree.Node(by_number=expected))

@@ -26,7 +26,7 @@ NO_LIST = "expected a list of values, got int"
 CASES = {
     # where the message is not part of another
     "attribute": (lambda m: setattr(m, "name", 5), "name", TEXT),
-    "constructor": (lambda m: Node(name=5), "name", TEXT),
+    "constructor": (lambda m: Node(name=5), "name", TEXT),  # type: ignore[call-overload]
     "list": (lambda m: setattr(m, "leaves", 5), "leaves", NO_LIST),
     "map": (lambda m: setattr(m, "counts", 5), "counts", "expected a mapping, got int"),
     "message": (lambda m: setattr(m, "leaf", 5), "leaf", LEAF),
@@ -190,7 +190,7 @@ def test_path_of_a_list_whose_message_goes_meanwhile():
     holder = [scalars.Repeated(i32=[1])]
     view = holder[0].i32
     with pytest.raises(ValueError, match=r"^vu_test\.scalars\.Repeated\.i32\[1\]: value out of"):
-        view.append(Bad(lambda: holder.pop().ClearField("i32")))
+        view.append(Bad(lambda: holder.pop().ClearField("i32")))  # type: ignore[arg-type]
     assert view == [1]
 
 

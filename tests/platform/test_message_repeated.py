@@ -143,7 +143,7 @@ def test_add():
     with pytest.raises(TypeError, match=r"^vu_test\.tree\.Node\.leaves\[1\]\.values\[0\]: "):
         message.leaves.add(name="half", values=["x"])
     with pytest.raises(TypeError, match="keyword arguments only"):
-        message.leaves.add(leaf)
+        message.leaves.add(leaf)  # type: ignore[call-arg]
     assert len(message.leaves) == 1
     assert not hasattr(scalars.Repeated().i32, "add")
 
@@ -152,9 +152,9 @@ def test_all_or_nothing():
     message = scalars.Repeated(u32=[1, 2, 3])
     for call in (
         lambda: message.u32.extend([4, -1]),
-        lambda: message.u32.extend(iter([4, "5"])),
+        lambda: message.u32.extend(iter([4, "5"])),  # type: ignore[arg-type]
         lambda: message.u32.__setitem__(slice(0, 2), [4, -1]),
-        lambda: message.u32.__iadd__([9, None]),
+        lambda: message.u32.__iadd__([9, None]),  # type: ignore[list-item]
         lambda: setattr(message, "u32", [4, 2**32]),
     ):
         where = r"^vu_test\.scalars\.Repeated\.u32\[1\]: "
@@ -163,7 +163,7 @@ def test_all_or_nothing():
         assert message.u32 == [1, 2, 3]
     leaves = tree.Node(leaves=[{"name": "a"}])
     with pytest.raises(TypeError, match=r"leaves\[1\]: expected vu_test\.tree\.Node\.Leaf, got"):
-        leaves.leaves.extend([Leaf(name="b"), tree.Node()])
+        leaves.leaves.extend([Leaf(name="b"), tree.Node()])  # type: ignore[list-item]
     assert len(leaves.leaves) == 1
 
 
@@ -205,7 +205,7 @@ def test_comparison():
     with pytest.raises(TypeError):
         hash(view)
     with pytest.raises(TypeError):
-        view < [3]
+        view < [3]  # type: ignore[operator]
     assert repr(view) == "[1, 2]"
 
 
@@ -218,7 +218,7 @@ def test_it_is_a_sequence():
     with pytest.raises(TypeError):
         vu_message.RepeatedScalars()
     with pytest.raises(TypeError):
-        view["a"]
+        view["a"]  # type: ignore[call-overload]
 
 
 def test_copies_and_pickles_are_lists():
@@ -282,7 +282,7 @@ def actions(message):
 CALLS = {
     "index": lambda view, bad: view[bad],
     "last": lambda view, bad: view[Saboteur(bad.act, 4)],
-    "slice": lambda view, bad: view[Saboteur(bad.act, 1) :],
+    "slice": lambda view, bad: view[Saboteur(bad.act, 1) :],  # type: ignore[misc]
     "set": lambda view, bad: view.__setitem__(Saboteur(bad.act, 4), 1),
     "set value": lambda view, bad: view.__setitem__(4, bad),
     "set slice": lambda view, bad: view.__setitem__(slice(bad, 5), [1, 2, bad]),
@@ -327,5 +327,5 @@ def test_the_message_dies_while_its_view_is_used():
         if holder:
             holder.pop().ClearField("i32")
 
-    view.append(Saboteur(act, 4))
+    view.append(Saboteur(act, 4))  # type: ignore[arg-type]
     assert view == [1, 2, 3, 4]

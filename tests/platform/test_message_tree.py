@@ -4,6 +4,7 @@ import copy
 import gc
 import itertools
 import random
+from typing import Any
 
 import pytest
 import vu_message
@@ -86,7 +87,7 @@ def test_mistakes_deep_inside_are_named_and_change_nothing():
     where = r"^vu_test\.tree\.Node\.child\.leaf\.values\[1\]: "
     with pytest.raises(TypeError, match=where + "expected an integer"):
         Node(child={"leaf": {"values": [1, "2"]}})
-    recursive = {"name": "r"}
+    recursive: dict[str, Any] = {"name": "r"}
     recursive["child"] = recursive
     with pytest.raises(RuntimeError):  # RecursionError from 3.5 on
         message.child = recursive
@@ -126,7 +127,7 @@ def test_oneof():
     with pytest.raises(ValueError):
         message.WhichOneof("chosen_leaf")
     with pytest.raises(ValueError):
-        message.WhichOneof(3)
+        message.WhichOneof(3)  # type: ignore[arg-type]
     assert Node.DESCRIPTOR.oneofs == ("choice",)
 
 
@@ -167,8 +168,9 @@ def test_merging_itself_and_its_parts():
 
 
 def test_other_types_are_not_merged():
+    others: list[Any] = [Leaf(), None, b"", 1]
     for call in (Node().MergeFrom, Node().CopyFrom):
-        for other in (Leaf(), None, b"", 1):
+        for other in others:
             with pytest.raises(TypeError, match="expected vu_test.tree.Node, got"):
                 call(other)
 
@@ -212,7 +214,8 @@ def test_what_can_be_read_can_be_copied(field):
         number = tree.Node.DESCRIPTOR.field(field).number
         return bytes([number << 3 | 2]) + varint(len(data)) + data
 
-    data, read = b"", None
+    data = b""
+    read: Any = None
     with pytest.raises(vu_message.DecodeError):
         for _ in range(200):
             message = tree.Node.FromString(data)
@@ -493,7 +496,7 @@ class Life:
 
 def test_random_lives():
     for seed in range(60):
-        life = Life(seed)
+        life: Any = Life(seed)
         trail = []
         for _ in range(60):
             trail.append(life.step())
@@ -547,7 +550,7 @@ ENDS = {
     "parse the same": lambda node: node.ParseFromString(full().SerializeToString()),
     "copy": lambda node: node.CopyFrom(Node(name="n")),
     "assign": lambda node: [
-        setattr(node, name, getattr(full(), name))
+        setattr(node, name, getattr(full(), name))  # type: ignore[func-returns-value]
         for name in ("child", "leaves", "by_name", "by_number", "chosen_node")
     ],
     "lists and maps": lambda node: (

@@ -84,8 +84,8 @@ def test_failed_write_leaves_what_was_there(tmp_path):
         def stats(self):
             raise ValueError("no numbers")
 
-    with Broken() as glb, pytest.raises(ValueError, match="no numbers"):
-        vu_metrics.write(str(path), glb)
+    with Broken() as broken, pytest.raises(ValueError, match="no numbers"):
+        vu_metrics.write(str(path), broken)
     assert path.read_text() == "before" and os.listdir(str(tmp_path)) == ["app.prom"]
     with VuGlobal() as glb, pytest.raises(OSError):
         vu_metrics.write(str(tmp_path / "none" / "app.prom"), glb)

@@ -234,7 +234,8 @@ def test_stubs_describe_every_field(generated):
 
 def test_stubs_have_the_comments(generated):
     stub = ast.parse((generated / "vu_test_scalars_vu.pyi").read_text())
-    texts = {item.name: ast.get_docstring(item) for item in stub.body if hasattr(item, "name")}
+    named = (ast.ClassDef, ast.FunctionDef)
+    texts = {item.name: ast.get_docstring(item) for item in stub.body if isinstance(item, named)}
     assert texts["Color"] == "How things are."
     assert texts["Single"] == 'One field of each type.\nThe second line has "quotes" and a \\ in it.'
     assert texts["Maps"] is None

@@ -13,6 +13,7 @@ import sys
 import threading
 import time
 import weakref
+from typing import Any
 
 import pytest
 
@@ -89,7 +90,7 @@ def test_soon_from_a_callback_waits_for_the_next_turn(master):
 
 
 def test_endless_soon_starves_nobody(master, sockets):
-    seen = []
+    seen: list[Any] = []
 
     def again():
         master.call_soon(again)
@@ -97,7 +98,11 @@ def test_endless_soon_starves_nobody(master, sockets):
     again()
     master.add_timer(0.01, seen.append, "timer")
     sockets[1].send(b"x")
-    reader = master.add_reader(sockets[0], lambda: (seen.append("reader"), reader.cancel()))
+    def read():
+        seen.append("reader")
+        reader.cancel()
+
+    reader: Any = master.add_reader(sockets[0], read)
     deadline = time.monotonic() + 10
     while len(seen) < 2 and time.monotonic() < deadline:
         master.run_once(0)
@@ -205,7 +210,7 @@ def test_bad_arguments(master):
     with pytest.raises(ValueError, match="seconds must be more than 0 for a timer that repeats"):
         master.add_timer(0, print, repeat=True)
     with pytest.raises(TypeError, match="takes no arguments"):
-        VuThreadMaster(1)
+        VuThreadMaster(1)  # type: ignore[call-arg]
     with pytest.raises(TypeError):
         Thread()
 
@@ -340,8 +345,8 @@ def states(thread):
 
 
 def test_states(master):
-    thread = master.call_soon(lambda: seen.append(states(thread)))
     seen = []
+    thread: Any = master.call_soon(lambda: seen.append(states(thread)))
     assert states(thread) == (True, False, False)
     master.run_once(0)
     assert seen == [(False, True, False)]
@@ -465,7 +470,7 @@ def test_running_inside_a_callback_is_refused(master):
 def test_another_master_may_run_inside_a_callback(master):
     inner = VuThreadMaster()
     calls = []
-    inner.add_timer(0.01, lambda: (calls.append(1), inner.stop()))
+    inner.add_timer(0.01, lambda: (calls.append(1), inner.stop()))  # type: ignore[func-returns-value]
     master.call_soon(inner.run)
     master.call_soon(calls.append, 2)
     with reports() as reported:
@@ -620,13 +625,13 @@ def test_run_and_fileno_do_not_get_in_each_others_way(master):
 def test_active_work_keeps_its_function_and_ended_work_does_not(master, sockets, how):
     probe = Probe()
     gone = weakref.ref(probe)
-    thread = {
+    start: Any = {
         "soon": lambda: master.call_soon(probe),
         "timer": lambda: master.add_timer(0, probe),
         "reader": lambda: master.add_reader(sockets[0], probe),
         "args": lambda: master.call_soon(int.__bool__, probe),
     }[how]
-    thread = thread() if how != "args" else master.call_soon(lambda probe: None, probe)
+    thread = start() if how != "args" else master.call_soon(lambda probe: None, probe)
     del probe
     gc.collect()
     assert gone() is not None

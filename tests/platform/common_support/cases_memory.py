@@ -3,11 +3,11 @@
 import gc
 import sys
 import unittest
+from typing import Any
 
-from delivery import HASH, INTEGER, MESSAGES, SCORE, SCORED, Message, identity, library
+from delivery import HASH, INTEGER, MESSAGES, SCORE, SCORED, Message, common, identity, library
 from delivery import payload, record
 
-import vu_mom_common as common
 from cases_messages import PLAIN, SEQUENCES, WITH_SCORES
 from cases_values import NUMBERS, SCORES, TRUTHS
 
@@ -167,7 +167,7 @@ class Cycles(unittest.TestCase):
     def test_through_a_message(self):
         def through(build):
             def make(marker):
-                message = Message(1)
+                message: Any = Message(1)
                 message.result = build(message, marker)
 
             self.check(make)
@@ -181,7 +181,8 @@ class Cycles(unittest.TestCase):
     def test_through_the_message_class(self):
         def make(marker):
             class Local:
-                pass
+                result: Any
+                fields: Any
 
             Local.result = common.LrangeResult.of([marker], Local)
             Local.fields = common.HashResult.of(marker, [], Local)

@@ -6,9 +6,7 @@ import pickle
 import sys
 import unittest
 
-from delivery import HASH, INTEGER, MESSAGES, SCORE, SCORED, Message, payload
-
-import vu_mom_common as common
+from delivery import HASH, INTEGER, MESSAGES, SCORE, SCORED, Message, common, payload
 
 PLAIN = [common.SetResult, common.ListResult, common.SmembersResult, common.LrangeResult]
 WITH_SCORES = [common.SortedsetResult, common.ZrangeResult, common.ZrangebyscoreResult]
@@ -38,8 +36,13 @@ def items(cls, addresses=ADDRESSES):
 class FromPayloads(unittest.TestCase):
     def test_messages_are_made_in_order_from_signed_addresses(self):
         for cls in SEQUENCES:
-            seen = []
-            result = delivered(cls, made_with=lambda address: seen.append(address) or len(seen))
+            seen: list[int] = []
+
+            def make(address):
+                seen.append(address)
+                return len(seen)
+
+            result = delivered(cls, made_with=make)
             self.assertEqual(seen, ADDRESSES)
             made = result.messages if cls in WITH_SCORES else tuple(result)
             self.assertEqual(made, (1, 2, 3, 4, 5))
@@ -241,7 +244,7 @@ class Comparison(unittest.TestCase):
 
     def test_hash_is_that_of_a_tuple(self):
         class Unhashable:
-            __hash__ = None
+            __hash__ = None  # type: ignore[assignment]
 
             def __init__(self, address):
                 pass

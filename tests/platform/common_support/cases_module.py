@@ -6,9 +6,10 @@ import os
 import struct
 import sys
 import unittest
+from typing import Any, Optional
 
 import delivery
-import vu_mom_common as common
+from delivery import common
 
 WORDS = {
     2: "GetResult IncrResult SetnxResult LlenResult LinsertResult LminsertResult LmremResult "
@@ -73,6 +74,9 @@ class Types(unittest.TestCase):
 
 @unittest.skipIf(sys.version_info < (3, 8), "stubs are written for newer interpreters")
 class Stub(unittest.TestCase):
+    module_doc: Optional[str]
+    classes: dict[str, ast.ClassDef]
+
     @classmethod
     def setUpClass(cls):
         path = os.path.join(os.path.dirname(common.__file__), "vu_mom_common.pyi")
@@ -107,7 +111,8 @@ class Stub(unittest.TestCase):
                 self.assertEqual(bases, ["Generic"])
             else:
                 self.assertEqual(bases, [cls.__base__.__name__])
-            self.assertEqual([d.id for d in node.decorator_list], ["final"])
+            decorators: list[Any] = node.decorator_list
+            self.assertEqual([each.id for each in decorators], ["final"])
 
     def test_docstrings(self):
         def words(text):

@@ -8,9 +8,9 @@ import sys
 import unittest
 import weakref
 
-from delivery import Message, identity, record
+from delivery import Message, common, identity, record
 
-from vu_mom_common import LrangeResult, PubSubMsg
+LrangeResult, PubSubMsg = common.LrangeResult, common.PubSubMsg
 
 ATTRIBUTES = "result type_code end status error db key tag time count".split()
 DEFAULTS = (None, 0, 0, 0, "", 0, (), 0, 0.0, 0)
@@ -287,10 +287,10 @@ class Of(unittest.TestCase):
             for good in (least, most):
                 self.assertEqual(getattr(PubSubMsg.of(**{name: good}), name), good)
             for bad in (least - 1, most + 1):
-                with self.assertRaises(OverflowError) as caught:
+                with self.assertRaises(OverflowError) as overflow:
                     PubSubMsg.of(**{name: bad})
                 self.assertEqual(
-                    str(caught.exception),
+                    str(overflow.exception),
                     "PubSubMsg.of() argument '%s' must be between %d and %d" % (name, least, most),
                 )
             with self.assertRaises(TypeError) as caught:

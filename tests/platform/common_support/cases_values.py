@@ -4,9 +4,7 @@ import copy
 import pickle
 import unittest
 
-from delivery import HASH, INTEGER, MESSAGES, SCORE, SCORED, payload
-
-import vu_mom_common as common
+from delivery import HASH, INTEGER, MESSAGES, SCORE, SCORED, common, payload
 
 NUMBERS = [
     common.GetResult,
@@ -236,10 +234,10 @@ class Of(unittest.TestCase):
                     % (cls.__name__, type(wrong).__name__),
                 )
             for wrong in (MOST + 1, LEAST - 1, 2**200):
-                with self.assertRaises(OverflowError) as caught:
+                with self.assertRaises(OverflowError) as overflow:
                     cls.of(wrong)
                 self.assertEqual(
-                    str(caught.exception),
+                    str(overflow.exception),
                     "%s.of() argument 'value' must be between %d and %d"
                     % (cls.__name__, LEAST, MOST),
                 )

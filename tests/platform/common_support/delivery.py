@@ -9,12 +9,13 @@ import importlib.util
 import os
 import struct
 import sys
+from typing import Any
 
 INTEGER, SCORE, HASH, MESSAGES, SCORED = 1, 2, 3, 4, 5
 
 if "vu_mom_common" in sys.modules:
     raise ImportError("vu_mom_common is loaded already and asks the real store")
-_build = os.path.dirname(os.path.dirname(importlib.util.find_spec("vu_mom_common").origin))
+_build = os.path.dirname(os.path.dirname(str(importlib.util.find_spec("vu_mom_common").origin)))
 library = ctypes.CDLL(os.path.join(_build, "lib", "libvu_common_support.so"), ctypes.RTLD_GLOBAL)
 library.support_payload.restype = ctypes.c_ssize_t
 library.support_payload.argtypes = [
@@ -43,6 +44,9 @@ library.support_end.restype = None
 library.support_heap_bytes.restype = ctypes.c_size_t
 
 import vu_mom_common  # noqa: E402  (after its counterpart)
+
+# Type checkers let its types be given anything, as the tests do.
+common: Any = vu_mom_common
 
 assert vu_mom_common is not None
 
