@@ -10,6 +10,7 @@
 #include "byte_list.h"
 #include "counters.h"
 #include "notice.h"
+#include "recycled.h"
 #include "subscription.h"
 
 namespace vu::store {
@@ -83,7 +84,7 @@ class ReplyDelivery : public Delivery {
 };
 
 // The replies of a command on a level: one per object, then the last.
-class LevelDelivery : public Delivery {
+class LevelDelivery : public Delivery, public Recycled<LevelDelivery> {
  public:
   // `last` is the finishing reply; the others differ from it in identity, count and
   // end mark.
@@ -95,6 +96,9 @@ class LevelDelivery : public Delivery {
     identities_ = std::move(identities);
     last_ = std::move(last);
   }
+  // To be filled in place.
+  ByteList& identities() { return identities_; }
+  Notice& last() { return last_; }
   Progress step(Counters& counters) noexcept override;
   void fail(const char* reason) noexcept override;
 

@@ -66,24 +66,30 @@ struct Field {
   std::string records;
 };
 
-// Members are set as the command needs them; the others keep these values.
-struct Request {
-  explicit Request(Command which) : command(which) {}
+// Of a request what its replies are made with. Members are set as the command needs them; the
+// others keep these values.
+struct RequestHead {
+  explicit RequestHead(Command which) : command(which) {}
 
   Command command;
   std::int32_t db = 0;
   const TypeInfo* type = nullptr;
   std::string identity;
   Receiver receiver;
+  std::vector<std::uint32_t> tags;  // hmget, lifetimes, unsubscribe: ascending
+  std::uint32_t level = 0;          // at most the number of key fields
+};
+
+struct Request : RequestHead {
+  using RequestHead::RequestHead;
 
   std::string value;           // stored bytes of the message
   bool quiet = false;          // set, setow, delow
   bool keep_lifetime = false;  // set, setow
   std::int64_t owner = 0;
 
-  std::vector<Field> fields;        // hm*: ascending numbers
-  bool named = false;               // hm*: the caller named the fields
-  std::vector<std::uint32_t> tags;  // hmget, lifetimes, unsubscribe: ascending
+  std::vector<Field> fields;  // hm*: ascending numbers
+  bool named = false;         // hm*: the caller named the fields
 
   std::string pivot;       // linsert
   bool after = false;      // linsert
@@ -95,7 +101,6 @@ struct Request {
   ByteList members;            // zadd, zrem: stored bytes
   std::vector<double> scores;  // zadd
 
-  std::uint32_t level = 0;  // at most the number of key fields
   std::int64_t lifetime_us = 0;
 
   struct Subscriber {

@@ -24,32 +24,13 @@ namespace {
 constexpr const char* kNoMemory = "out of memory";
 
 // One piece for the parser, which moves what is left of its buffer after each kilobyte.
-constexpr std::size_t kPiece = std::size_t{16} * 1024;
-constexpr std::size_t kReading = 4 * kPiece;
+constexpr std::size_t kPiece = std::size_t{4} * 1024;
+constexpr std::size_t kReading = 16 * kPiece;
 // How much one turn of the loop reads from one server, so that others have theirs.
 constexpr std::size_t kMostPerTurn = std::size_t{1} << 20;
 // The parser keeps its buffer; one that has held more than this is replaced.
 constexpr std::size_t kLargeBuffer = std::size_t{1} << 20;
-// No honest reply has more elements: what says so is corrupt.
-constexpr int kMostElements = 1 << 26;
-
 constexpr std::int64_t kWriteErrorDelay = 10'000;
-
-redisReader* make_reader() {
-  // As the parser's own, but for arrays whose size is corrupt.
-  static redisReplyObjectFunctions functions = {};
-  static void* (*create_array)(const redisReadTask*, int) = nullptr;
-  redisReader* const reader = redisReaderCreate();
-  if (reader == nullptr) return nullptr;
-  functions = *reader->fn;
-  if (create_array == nullptr) create_array = functions.createArray;
-  functions.createArray = [](const redisReadTask* task, int elements) -> void* {
-    return elements > kMostElements ? nullptr : create_array(task, elements);
-  };
-  reader->fn = &functions;
-  reader->maxbuf = 0;  // else it asserts that memory for a smaller buffer is there
-  return reader;
-}
 
 void set_option(int fd, int level, int option, int value) {
   static_cast<void>(setsockopt(fd, level, option, &value, sizeof(value)));  // good to have
@@ -223,7 +204,8 @@ void Connection::finish_connecting() noexcept {
     try_next();
     return;
   }
-  reader_ = make_reader();
+  memory_.forget();
+  reader_ = memory_.make_reader();
   if (reader_ == nullptr) {
     fail(kNoMemory);
     return;
@@ -381,19 +363,18 @@ bool Connection::feed(const char* bytes, std::size_t size) noexcept {
   for (;;) {
     void* parsed = nullptr;
     if (redisReaderGetReply(reader, &parsed) != REDIS_OK) {
-      if (parsed != nullptr) freeReplyObject(parsed);
       fail(reader->errstr);
       return false;
     }
     if (parsed == nullptr) break;
     owner_.on_reply(*static_cast<const redisReply*>(parsed));
-    freeReplyObject(parsed);
+    memory_.forget();
     if (generation != generation_) return false;
   }
   const bool is_between_replies = reader->pos == reader->len && reader->ridx < 0;
   if (is_between_replies) {
     if (fed_ > kLargeBuffer) {
-      redisReader* const fresh = make_reader();
+      redisReader* const fresh = memory_.make_reader();
       if (fresh != nullptr) {
         redisReaderFree(reader);
         reader_ = fresh;

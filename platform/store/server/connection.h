@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "address.h"
+#include "reply_memory.h"
 #include "uv_timer.h"
 
 struct redisReader;
@@ -84,6 +85,7 @@ class Connection {
   Resolution* resolution_ = nullptr;
   std::vector<sockaddr_storage> addresses_;
   std::size_t next_address_ = 0;
+  ReplyMemory memory_;
   redisReader* reader_ = nullptr;
   std::size_t fed_ = 0;
   bool is_reading_ = true;

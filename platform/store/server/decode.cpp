@@ -173,7 +173,7 @@ std::int64_t two_halves(const redisReply& reply) {
 }
 
 // The identities from `first` on.
-void decode_level(const Request& request, const redisReply& reply, std::size_t first,
+void decode_level(const RequestHead& request, const redisReply& reply, std::size_t first,
                   Notice& notice, ByteList& identities) {
   std::vector<std::string> found;
   for (std::size_t i = first; i < size_of(reply); ++i) {
@@ -188,7 +188,7 @@ void decode_level(const Request& request, const redisReply& reply, std::size_t f
   notice.count = static_cast<std::int64_t>(found.size());
 }
 
-void decode_value(const Request& request, const redisReply& reply, Notice& notice,
+void decode_value(const RequestHead& request, const redisReply& reply, Notice& notice,
                   ByteList& identities) {
   switch (request.command) {
     case Command::kGet:
@@ -244,12 +244,10 @@ void decode_value(const Request& request, const redisReply& reply, Notice& notic
   }
 }
 
-Notice start_notice(const Request& request, std::int64_t time_us) {
-  Notice notice;
+void start(Notice& notice, const RequestHead& request, std::int64_t time_us) {
   notice.time_us = time_us;
   notice.db = request.db;
   notice.end_mark = end_mark_of(request.command);
-  return notice;
 }
 
 void read_scanned(const Request& request, const redisReply& reply, std::int64_t time_us,
@@ -295,11 +293,18 @@ void read_scanned(const Request& request, const redisReply& reply, std::int64_t 
 
 }  // namespace
 
-Notice decode(const Request& request, const redisReply& reply, std::int64_t time_us,
+Notice decode(const RequestHead& request, const redisReply& reply, std::int64_t time_us,
               ByteList& identities) {
-  Notice notice = start_notice(request, time_us);
-  notice.names_object = true;
+  Notice notice;
+  decode_nameless(request, reply, time_us, notice, identities);
   notice.identity = request.identity;
+  return notice;
+}
+
+void decode_nameless(const RequestHead& request, const redisReply& reply, std::int64_t time_us,
+                     Notice& notice, ByteList& identities) {
+  start(notice, request, time_us);
+  notice.names_object = true;
   try {
     if (reply.type == REDIS_REPLY_ERROR) {
       const std::string_view error(reply.str, static_cast<std::size_t>(reply.len));
@@ -312,7 +317,6 @@ Notice decode(const Request& request, const redisReply& reply, std::int64_t time
     notice.count = 0;
     refuse(notice, std::string("unknown: the server's reply makes no sense: ") + bad.what());
   }
-  return notice;
 }
 
 bool decode_scan(const Request& request, const redisReply& reply, std::int64_t time_us,
@@ -330,7 +334,8 @@ bool decode_scan(const Request& request, const redisReply& reply, std::int64_t t
     text = std::string("not done: the server's reply makes no sense: ") + bad.what();
   }
   objects.erase(objects.begin() + static_cast<std::ptrdiff_t>(before), objects.end());
-  last = start_notice(request, time_us);
+  last = Notice();
+  start(last, request, time_us);
   refuse(last, std::move(text));
   return false;
 }

@@ -4,6 +4,7 @@
 #include <unordered_map>
 
 #include "../identity.h"
+#include "../recycled.h"
 #include "../wire.h"
 #include "command_text.h"
 #include "key_names.h"
@@ -278,6 +279,16 @@ void add_call(CommandText& text, const char* function, bool reads, std::string_v
   text.add(place.is_spread ? "1" : "");
 }
 
+// What get asks for without a function: the value, and beside it what tells whether it is one.
+void add_native_get(std::string& command, std::string_view key) {
+  command.reserve(3 * key.size() + 64);
+  command.append("*4\r\n$4\r\nMGET\r\n");
+  for (const std::string_view companion : {"", "!meta", "!live"}) {
+    append_head(command, '$', key.size() + companion.size());
+    command.append(key).append(companion).append("\r\n");
+  }
+}
+
 // Where a command on a level acts, and on which identities.
 void add_level(CommandText& text, const Request& request, const Place& place, int partition) {
   const bool reads = only_reads(request.command);
@@ -341,22 +352,21 @@ std::string encode(const Request& request, const Place& place, int partition) {
     add_arguments(text, request);
     return text.text();
   }
-  const std::string key = object_key(place, request.db, *request.type, request.identity);
+  std::string key = take_text();
+  make_object_key(key, place, request.db, *request.type, request.identity);
+  std::string command;
   if (request.command == Command::kGet && place.now_us < 0) {
-    std::string command;
-    command.reserve(3 * key.size() + 64);
-    command.append("*4\r\n$4\r\nMGET\r\n");
-    for (const std::string_view companion : {"", "!meta", "!live"}) {
-      append_head(command, '$', key.size() + companion.size());
-      command.append(key).append(companion).append("\r\n");
-    }
-    return command;
+    command = take_text();
+    add_native_get(command, key);
+  } else {
+    CommandText text(bytes_of(request));
+    add_call(text, function_of(request.command), only_reads(request.command), key, place);
+    if (is_on_a_level(request.command)) text.add("one").add("");
+    add_arguments(text, request);
+    command = text.text();
   }
-  CommandText text(bytes_of(request));
-  add_call(text, function_of(request.command), only_reads(request.command), key, place);
-  if (is_on_a_level(request.command)) text.add("one").add("");
-  add_arguments(text, request);
-  return text.text();
+  keep_text(std::move(key));
+  return command;
 }
 
 std::string encode_scan(const Request& request, const Place& place, int partition,

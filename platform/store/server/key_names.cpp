@@ -14,14 +14,12 @@ std::uint32_t fold(std::uint32_t hash, std::string_view bytes) {
   return hash;
 }
 
-// "DB:TYPE:IDENTITY", which tells the partition.
-std::string object_name(std::int32_t db, const TypeInfo& type, std::string_view identity) {
-  std::string name;
-  name.reserve(16 + type.name.size() + 2 * identity.size());
+// Appends "DB:TYPE:IDENTITY", which tells the partition.
+void append_object_name(std::string& name, std::int32_t db, const TypeInfo& type,
+                        std::string_view identity) {
   append_decimal(name, db);
   name.append(1, ':').append(type.name).append(1, ':');
   append_identity_text(name, identity);
-  return name;
 }
 
 unsigned partition_of_name(std::string_view object_name) {
@@ -35,17 +33,25 @@ std::string shelf_name(std::int32_t db, const TypeInfo& type) {
 }
 
 unsigned partition_of(std::int32_t db, const TypeInfo& type, std::string_view identity) {
-  return partition_of_name(object_name(db, type, identity));
+  std::string name;
+  append_object_name(name, db, type, identity);
+  return partition_of_name(name);
 }
 
-std::string object_key(const Place& place, std::int32_t db, const TypeInfo& type,
-                       std::string_view identity) {
-  const std::string name = object_name(db, type, identity);
-  std::string key;
-  key.reserve(place.prefix.size() + 16 + name.size());
-  key.append(place.prefix).append(":{");
-  append_decimal(key, partition_of_name(name));
-  return key.append("}:").append(name);
+void make_object_key(std::string& key, const Place& place, std::int32_t db, const TypeInfo& type,
+                     std::string_view identity) {
+  // The partition, whose digits are known when the name is, is put in front of it.
+  constexpr std::size_t kDigits = 2;
+  static_assert(kPartitions <= 100);
+  const std::size_t start = place.prefix.size() + 2;
+  const std::size_t room = start + kDigits + 2;
+  key.reserve(room + 16 + type.name.size() + 2 * identity.size());
+  key.append(place.prefix).append(":{00}:");
+  append_object_name(key, db, type, identity);
+  const unsigned partition = partition_of_name(std::string_view(key).substr(room));
+  key[start] = static_cast<char>('0' + partition / 10);
+  key[start + 1] = static_cast<char>('0' + partition % 10);
+  if (partition < 10) key.erase(start, 1);
 }
 
 std::string partition_key(const Place& place, unsigned partition, std::string_view name) {

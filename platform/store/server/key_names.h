@@ -13,9 +13,10 @@ namespace vu::store {
 // "DB:TYPE", the middle of the names of keys and channels.
 std::string shelf_name(std::int32_t db, const TypeInfo& type);
 
-// The key of an object. Its companions have the same with "!meta", "!live" and "!fields".
-std::string object_key(const Place& place, std::int32_t db, const TypeInfo& type,
-                       std::string_view identity);
+// Puts the key of an object into `key`, which is empty. Its companions have the same with "!meta",
+// "!live" and "!fields".
+void make_object_key(std::string& key, const Place& place, std::int32_t db, const TypeInfo& type,
+                     std::string_view identity);
 
 // The keys that belong to a partition: "PREFIX:{PARTITION}!NAME".
 std::string partition_key(const Place& place, unsigned partition, std::string_view name);

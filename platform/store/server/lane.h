@@ -8,12 +8,13 @@
 #include <string>
 #include <utility>
 
+#include "../recycled.h"
 #include "link.h"
 
 namespace vu::store {
 
 // A command on its way. Linked by its owner, so that moving it cannot fail.
-struct Entry {
+struct Entry : Recycled<Entry> {
   // The others are a lane's own questions: about the library, and who has which slots.
   enum class Kind : std::uint8_t { kCommand, kLibrary, kSlots };
 

@@ -50,14 +50,16 @@ std::string encode(const Request& request, const Place& place, int partition);
 bool only_reads(Command command);
 
 // The finishing notice of a request from the reply of its server; for requests on a level
-// `identities` are those of the objects that it acted on, in ascending order. Reads of the
-// request what names it (command, db, type, identity, level, tags), no values. Errors
-// become notices with a status and what the embedded engine says. `time_us` is the notice's.
+// `identities` are those of the objects that it acted on, in ascending order.
+// Errors become notices with a status and what the embedded engine says. `time_us` is the notice's.
 //
 // Of several partitions the counts add up, and an error of the functions themselves (of
 // pexpire_fields: no hash among the objects) stands only where the sum is 0.
-Notice decode(const Request& request, const redisReply& reply, std::int64_t time_us,
+Notice decode(const RequestHead& request, const redisReply& reply, std::int64_t time_us,
               ByteList& identities);
+// The same into a new notice, without the object's identity.
+void decode_nameless(const RequestHead& request, const redisReply& reply, std::int64_t time_us,
+                     Notice& notice, ByteList& identities);
 
 // One batch of a scan, from `position` on: empty at the start. `partition`: the one of its
 // object where the request is on one, else as for encode.

@@ -23,7 +23,7 @@ std::uint32_t end_mark_of(Command command) {
   }
 }
 
-Notice bare_reply(Request& request, const Clock& clock) noexcept {
+Notice bare_reply(RequestHead& request, const Clock& clock) noexcept {
   Notice notice;
   notice.time_us = clock.calendar();
   notice.db = request.db;
@@ -33,7 +33,7 @@ Notice bare_reply(Request& request, const Clock& clock) noexcept {
   return notice;
 }
 
-Notice out_of_memory_reply(Request& request, const Clock& clock) noexcept {
+Notice out_of_memory_reply(RequestHead& request, const Clock& clock) noexcept {
   Notice notice = bare_reply(request, clock);
   notice.status = VU_MOM_NO_MEMORY;
   notice.error = "out of memory";  // as short as a string may be without memory of its own

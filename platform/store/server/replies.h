@@ -14,10 +14,10 @@ namespace vu::store {
 std::uint32_t end_mark_of(Command command);
 
 // The finishing reply to a request, without content; takes the request's identity.
-Notice bare_reply(Request& request, const Clock& clock) noexcept;
+Notice bare_reply(RequestHead& request, const Clock& clock) noexcept;
 
 // The same, as an error for which no memory is needed.
-Notice out_of_memory_reply(Request& request, const Clock& clock) noexcept;
+Notice out_of_memory_reply(RequestHead& request, const Clock& clock) noexcept;
 
 // "not done: REASON" or "unknown: REASON". What only reads is never unknown. Throws
 // std::bad_alloc.

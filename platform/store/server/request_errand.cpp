@@ -11,7 +11,7 @@
 
 namespace vu::store {
 
-RequestErrand::RequestErrand(const Clock& clock, Request& request, unsigned parts)
+RequestErrand::RequestErrand(const Clock& clock, RequestHead& request, unsigned parts)
     : PlacedErrand(store::only_reads(request.command)),
       clock_(clock),
       request_(std::move(request)),
@@ -48,30 +48,29 @@ void RequestErrand::take(const Outcome& outcome) {
     if (parts_left_ == 0 && !is_short_of_memory_) fill_merged();
     return;
   }
-  ByteList identities;
-  Notice last = notice_of(outcome, identities);
-  delivery_->fill(std::move(identities), std::move(last));
+  describe(outcome, delivery_->last(), delivery_->identities());
+  delivery_->last().identity = std::move(request_.identity);
 }
 
-Notice RequestErrand::notice_of(const Outcome& outcome, ByteList& identities) {
+void RequestErrand::describe(const Outcome& outcome, Notice& notice, ByteList& identities) {
   if (outcome.kind == Outcome::Kind::kReply) {
-    return decode(request_, *outcome.reply, clock_.calendar(), identities);
+    decode_nameless(request_, *outcome.reply, clock_.calendar(), notice, identities);
+    return;
   }
   std::string text = text_of(outcome, only_reads());
-  Notice notice;
   notice.time_us = clock_.calendar();
   notice.db = request_.db;
   notice.end_mark = end_mark_of(request_.command);
   notice.names_object = true;
-  notice.identity = request_.identity;
   notice.status = VU_MOM_FAILED;
   notice.error = std::move(text);
-  return notice;
 }
 
 void RequestErrand::merge(const Outcome& outcome) {
   ByteList identities;
-  Notice part = notice_of(outcome, identities);
+  Notice part;
+  describe(outcome, part, identities);
+  part.identity = request_.identity;
   for (std::size_t i = 0; i < identities.size(); ++i) merged_->identities.add(identities[i]);
   const std::int64_t count = merged_->last.count + part.count;
   if (part.status == VU_MOM_OK) {

@@ -6,15 +6,16 @@
 
 #include "../clock.h"
 #include "../delivery.h"
+#include "../recycled.h"
 #include "../request.h"
 #include "reply_queue.h"
 
 namespace vu::store {
 
-class RequestErrand final : public PlacedErrand {
+class RequestErrand final : public PlacedErrand, public Recycled<RequestErrand> {
  public:
   // `parts` commands carry the request out, which is taken over. Throws std::bad_alloc.
-  RequestErrand(const Clock& clock, Request& request, unsigned parts);
+  RequestErrand(const Clock& clock, RequestHead& request, unsigned parts);
 
   void finish(const Outcome& outcome) noexcept override;
   // The reply to what no server needs to be asked. Requires: has its place.
@@ -33,10 +34,11 @@ class RequestErrand final : public PlacedErrand {
   void take(const Outcome& outcome);
   void merge(const Outcome& outcome);
   void fill_merged();
-  Notice notice_of(const Outcome& outcome, ByteList& identities);
+  // Without the identity, which the callers add.
+  void describe(const Outcome& outcome, Notice& notice, ByteList& identities);
 
   const Clock& clock_;
-  Request request_;
+  RequestHead request_;
   unsigned parts_left_;
   bool is_short_of_memory_ = false;
   std::unique_ptr<LevelDelivery> delivery_;  // null: nobody waits for the reply

@@ -111,6 +111,7 @@ void RouterCore::on_drained(Lane&) noexcept { listener_.on_router_wake(); }
 
 void RouterCore::tell(std::unique_ptr<Entry> entry, const Outcome& outcome) noexcept {
   void* const ticket = entry->ticket;
+  keep_text(std::move(entry->command));
   entry.reset();
   --pending_;
   listener_.on_outcome(ticket, outcome);

@@ -1,0 +1,36 @@
+#include "recycled.h"
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace vu::store {
+
+namespace {
+
+constexpr std::size_t kMostRoom = 512;  // of a text that is kept
+
+std::vector<std::string>* kept_texts = nullptr;  // never destroyed
+
+}  // namespace
+
+std::string take_text() {
+  if (kept_texts == nullptr) {
+    auto texts = std::make_unique<std::vector<std::string>>();
+    texts->reserve(kMostKept);
+    kept_texts = texts.release();
+  }
+  if (kept_texts->empty()) return {};
+  std::string text = std::move(kept_texts->back());
+  kept_texts->pop_back();
+  return text;
+}
+
+void keep_text(std::string text) noexcept {
+  if (kept_texts == nullptr || kept_texts->size() == kept_texts->capacity()) return;
+  if (text.capacity() > kMostRoom) return;
+  text.clear();
+  kept_texts->push_back(std::move(text));
+}
+
+}  // namespace vu::store

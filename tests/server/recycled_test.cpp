@@ -1,0 +1,76 @@
+// What is kept of memory that comes and goes by the thousand.
+#include "recycled.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "failing_allocations.h"
+
+namespace vu::testing {
+namespace {
+
+struct Small : store::Recycled<Small> {
+  char bytes[40] = {};
+};
+// Larger than what its base keeps.
+struct Larger : Small {
+  char more[40] = {};
+};
+
+// How many can be made when memory has ended; they are gone again afterwards.
+template <typename Make>
+std::size_t count_without_memory(Make make) {
+  std::vector<decltype(make())> made;
+  made.reserve(2 * store::kMostKept + 10);
+  fail_allocations(0, Failing::kFromThenOn);
+  try {
+    while (made.size() < made.capacity()) made.push_back(make());
+  } catch (const std::bad_alloc&) {
+  }
+  EXPECT_TRUE(end_failing_allocations());
+  return made.size();
+}
+
+TEST(RecycledTest, KeepsMemoryUpToItsLimit) {
+  const auto make = [] { return std::make_unique<Small>(); };
+  {
+    std::vector<std::unique_ptr<Small>> many(store::kMostKept + 5);
+    for (auto& one : many) one = make();
+  }
+  EXPECT_EQ(count_without_memory(make), store::kMostKept);
+  EXPECT_EQ(count_without_memory(make), store::kMostKept) << "when these were given back";
+}
+
+TEST(RecycledTest, KeepsNoMemoryOfAnotherSize) {
+  const auto make = [] { return std::make_unique<Larger>(); };
+  std::make_unique<Larger>().reset();
+  EXPECT_EQ(count_without_memory(make), 0u);
+}
+
+TEST(RecycledTest, KeepsTextsUpToALimitAndNoLargeOnes) {
+  const std::string usual(300, 'x');
+  {
+    std::vector<std::string> many;
+    for (std::size_t i = 0; i < store::kMostKept + 5; ++i) many.push_back(store::take_text());
+    for (std::string& one : many) {
+      one = usual;
+      store::keep_text(std::move(one));
+    }
+  }
+  store::keep_text(std::string(5000, 'x'));
+  const std::size_t kept = count_without_memory([&] {
+    std::string text = store::take_text();
+    EXPECT_EQ(text, "");
+    text.append(usual);
+    return text;
+  });
+  EXPECT_EQ(kept, store::kMostKept);
+}
+
+}  // namespace
+}  // namespace vu::testing
