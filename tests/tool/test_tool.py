@@ -8,6 +8,7 @@ import json
 import math
 import os
 import pathlib
+import re
 import shlex
 import signal
 import subprocess
@@ -591,6 +592,12 @@ def test_wrong_use(tool, tmp_path):
     if (BUILD / "bin" / "protoc-gen-vu").exists():
         ran = tool("scan", "--proto", bad)
         assert ran.status == 2 and "key" in ran.errors
+
+
+def test_the_version_is_that_of_the_project(program):
+    project = (pathlib.Path(__file__).parents[2] / "CMakeLists.txt").read_text()
+    version = re.search(r"^project\(vu_mom VERSION (\S+)", project, re.M).group(1)
+    assert ended(program("--version")) == "vu-mom %s\n" % version
 
 
 def test_help(program):

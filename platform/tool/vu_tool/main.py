@@ -14,7 +14,7 @@ from typing import Dict, Iterable, List, Optional, Sequence, Tuple
 import vu_mom
 from vu_aio import Client
 
-from . import commands, live, transfer
+from . import __version__, commands, live, transfer
 from .complete import candidates
 from .context import Context
 from .errors import BAD_USE, INTERRUPTED, STORE_FAILED, ToolError, unusable
@@ -122,6 +122,7 @@ def make_parser() -> Tuple[argparse.ArgumentParser, Dict[str, argparse.ArgumentP
         formatter_class=argparse.RawDescriptionHelpFormatter,
         parents=[common_options(False)],
     )
+    parser.add_argument("--version", action="version", version="vu-mom " + __version__)
     made: Dict[str, argparse.ArgumentParser] = {}
     subparsers = parser.add_subparsers(dest="command", metavar="COMMAND")
 
