@@ -91,6 +91,13 @@ vu_package(development vu-mom-dev
   SECTION libdevel
   SUMMARY "typed object store for Python: development files"
   TEXT "Headers, and what find_package and pkg-config need, for C and C++ programs that use the
-store library, and for those who bring a store library of their own."
+store library, and for those who bring a store library of their own; the pages, and examples."
   DEPENDS "vu-mom-platform ${same}, vu-mom-tools ${same}")
+
+# What there is to read, for those who have the packages alone.
+set(documents ${CMAKE_INSTALL_DATADIR}/doc/vu-mom-dev)
+install(FILES README.md DESTINATION ${documents} COMPONENT development)
+install(DIRECTORY docs examples DESTINATION ${documents} COMPONENT development
+  PATTERN CMakeLists.txt EXCLUDE PATTERN __pycache__ EXCLUDE)
+
 include(CPack)

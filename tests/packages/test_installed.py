@@ -7,6 +7,7 @@ Needs nothing of the repository but this directory and examples/hello, and no bu
 
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -95,6 +96,15 @@ class Runtime(Installed):
 
 
 class Development(Installed):
+    def test_what_the_readme_names_is_there_to_read(self):
+        place = PREFIX / "share" / "doc" / "vu-mom-dev"
+        text = (place / "README.md").read_text(encoding="utf-8")
+        named = re.findall(r"\]\((docs/[\w.-]+)\)", text)
+        self.assertIn("docs/tutorial.md", named)
+        for name in named + ["examples/netmon/netmon.py", "examples/chat/chat.proto"]:
+            self.assertTrue((place / name).is_file(), name)
+        self.assertFalse(list(place.glob("**/__pycache__")) + list(place.glob("**/CMakeLists.txt")))
+
     def build(self):
         where = [] if SYSTEM else ["-DCMAKE_PREFIX_PATH=%s" % PREFIX]
         self.run_there("cmake", "-S", ".", "-B", "build", "-DCMAKE_BUILD_TYPE=Debug", *where)
