@@ -118,7 +118,7 @@ verb_test() {
   local leg bad=0 passed=0 failed=0 skipped=0 p f s built=()
   [ $# != 0 ] || set -- "${LEGS[@]}"
   for leg in "$@"; do
-    declare -F "leg_$leg" >/dev/null || fail "no test leg '$leg'; there are: ${LEGS[*]}"
+    declare -F "leg_$leg" >/dev/null || fail "no test leg '$leg'; there are: ${LEGS[*]} packages"
   done
   install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}"
   mkdir -p build/logs
