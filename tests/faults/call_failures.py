@@ -17,6 +17,7 @@ import signal
 import sys
 import time
 import unittest
+from typing import Callable, Dict
 
 import pytest
 
@@ -253,8 +254,9 @@ def run_imports(failures, name):
 
 def main(kind, path, *arguments):
     with open(path, "w") as output:
-        {"pytest": run_pytest, "cases": run_cases, "actions": run_actions,
-         "imports": run_imports}[kind](Failures(output), *arguments)
+        runners = {"pytest": run_pytest, "cases": run_cases, "actions": run_actions,
+                   "imports": run_imports}  # type: Dict[str, Callable]
+        runners[kind](Failures(output), *arguments)
 
 
 if __name__ == "__main__":

@@ -27,7 +27,7 @@ import vu_thread
 import cases
 import inject
 
-SITES = None
+SITES = None  # type: inject.Sites  # type: ignore[assignment]
 SPEC = importlib.util.spec_from_file_location("vu_mom", inject.MODULE)
 COUNTS_REFERENCES = hasattr(sys, "gettotalrefcount")
 MOST_OPERATIONS = 20000  # of any import
@@ -69,11 +69,11 @@ def main_program():
 
 def larger_type():
     import builtins
-    size = type.__basicsize__ + tuple.__itemsize__
+    size = vars(type)["__basicsize__"].__get__(type) + tuple.__itemsize__
     fake = types.ModuleType("builtins")
     fake.__dict__.update(vars(builtins))
     slots = (size - object.__basicsize__) // tuple.__itemsize__
-    fake.type = type("type", (), {"__slots__": ["a%d" % i for i in range(slots)]})
+    vars(fake)["type"] = type("type", (), {"__slots__": ["a%d" % i for i in range(slots)]})
     sys.modules["builtins"] = fake
     warnings.simplefilter("ignore")
 
@@ -92,7 +92,7 @@ def no_type():
 
 
 def no_sibling():
-    sys.modules["vu_thread"] = None
+    sys.modules["vu_thread"] = None  # type: ignore[assignment]
 
 
 def no_attribute():
@@ -132,7 +132,7 @@ def check_module(module):
     if sys.modules.get("vu_mom") is not module:
         return "not in sys.modules"
 
-    class Client(module.VuMom):
+    class Client(module.VuMom):  # type: ignore[name-defined]
         seen = None
 
         def on_get_demo_Counter(self, msg, p):
@@ -165,7 +165,7 @@ def frames(error):
 
 def check_error(error, site, clean_error, kind):
     """Whether this is the right error for the operation that failed."""
-    wanted = [MemoryError]
+    wanted = [MemoryError]  # type: list
     if site.caller.startswith("vu_mom::(anonymous namespace)::builtin("):
         wanted = [NameError]  # whatever the reason
     showing = any(name in site.caller for name in ("add_traceback", "make_frame", "SavedError",

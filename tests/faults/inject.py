@@ -16,8 +16,8 @@ NEVER = 2 ** 31 - 1
 
 _library = ctypes.PyDLL(os.path.join(DIRECTORY, "lib", "libvu_faults.so"), mode=ctypes.RTLD_GLOBAL)
 _library.faults_run.restype = ctypes.py_object
-_library.faults_run.argtypes = ([ctypes.c_int, ctypes.c_long, ctypes.c_long]
-                                + 3 * [ctypes.py_object])
+_library.faults_run.argtypes = [ctypes.c_int, ctypes.c_long, ctypes.c_long,
+                                *3 * [ctypes.py_object]]
 _library.faults_deliver.restype = None
 _library.faults_deliver.argtypes = [ctypes.c_int, ctypes.c_long, ctypes.c_long, ctypes.c_size_t,
                                     ctypes.c_int, ctypes.c_void_p, ctypes.c_void_p]

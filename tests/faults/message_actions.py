@@ -41,7 +41,7 @@ def message_actions():
         views = [getattr(made, each.name) for each in made.DESCRIPTOR.fields]
         return [list(view) for view in views], [view.__reduce__()[1] for view in views]
     yield "texts of descriptors", lambda: (repr(descriptor), repr(field), field.full_name,
-                                           repr(contract_vu._FILE))
+                                           repr(vars(contract_vu)["_FILE"]))
     yield "no such entry", lambda: raised(node().counts.pop, "nothing")
     yield "subclass", lambda: repr(Special(name="x"))
     yield "lists", lists
@@ -80,8 +80,8 @@ def message_actions():
     yield "fields", lambda: len(message.ListFields())
     yield "clear", lambda: (port().Clear(), port().ClearField("name"), port().HasField("up"))
     yield "pickle", lambda: pickle.loads(pickle.dumps(message)) == message
-    yield "wrong field", lambda: contract_vu.Port(nothing=1)
-    yield "wrong value", lambda: contract_vu.Port(rack="three")
+    yield "wrong field", lambda: contract_vu.Port(nothing=1)  # type: ignore[call-overload]
+    yield "wrong value", lambda: contract_vu.Port(rack="three")  # type: ignore[call-overload]
     yield "wrong data", lambda: contract_vu.Port.FromString(b"\xff\xff\xff")
     yield "many messages", lambda: [repr(getattr(module, name)()) for module in
                                     (vu_test_scalars_vu, vu_test_tree_vu, contract_vu)

@@ -6,6 +6,7 @@ An action with a parameter does the part that is to fail through it: `arm(callab
 import os
 import pickle
 import resource
+from typing import Any
 
 import vu_global
 import vu_mom
@@ -46,7 +47,7 @@ def with_global(function):
         return function(glb)
 
 
-kept_loop = None
+kept_loop = None  # type: Any
 
 
 def loop():
@@ -162,8 +163,8 @@ class App(object):
 def global_actions():
     def whole(glb):
         glb.regist_app(App())
-        seen = repr(glb), glb.apps, glb.thread_master, glb.store, glb.store_text, glb.closed
-        seen += tuple(glb.stats().items())
+        seen = [repr(glb), glb.apps, glb.thread_master, glb.store, glb.store_text, glb.closed]
+        seen += glb.stats().items()
         glb.fileno()
         glb._advance_clock(1)
         raised(glb._advance_clock, "x")
@@ -234,7 +235,7 @@ def result_actions():
 
     def numbers():
         for cls, value in ((common.IncrResult, 5), (common.ZscoreResult, 2.5),
-                           (common.SetnxResult, True)):
+                           (common.SetnxResult, True)):  # type: Any, Any
             result = cls.of(value)
             use(result, value)
             bool(result), int(result), float(result), result.value
@@ -244,7 +245,7 @@ def result_actions():
             raised(cls.of, value, value)
 
     def recursive():
-        held = []
+        held = []  # type: Any
         result = common.LrangeResult.of([held], port)
         held.append(result)
         text = repr(result)
@@ -252,7 +253,7 @@ def result_actions():
         return text
 
     def recursive_scored():
-        held = []
+        held = []  # type: Any
         result = common.ZrangeResult.of([(held, 1.0)], port)
         held.append(result)
         text = repr(result)
@@ -260,7 +261,7 @@ def result_actions():
         return text
 
     def recursive_hash():
-        held = []
+        held = []  # type: Any
         result = common.HashResult.of(held, [1], port)
         held.append(result)
         text = repr(result)
@@ -288,7 +289,8 @@ def result_actions():
         raised(of, time="x")
         raised(of, type_code=2 ** 40)
         raised(of, error=5)
-        function, arguments = msg.__reduce__()
+        reduced = msg.__reduce__()  # type: Any
+        function, arguments = reduced
         return repr(msg), function(*arguments) == msg, [getattr(msg, name) for name in dir(msg)
                                                         if name[0] != "_" and name != "of"]
     yield "numbers", numbers
@@ -398,7 +400,8 @@ class RaisingClient(Client):
 
 class CallingClient(Client):
     """Whose reply methods call the command again, so many times."""
-    again, left = None, 0
+    again = None  # type: Any
+    left = 0
 
     def note(self, msg, p):
         if self.left:
@@ -530,6 +533,6 @@ ENDED_BY_LIBRARIES = WRITES_JSON + (
 
 def all_actions():
     for actions in (message_actions, loop_actions, global_actions, result_actions, store_actions,
-                    command_actions):
+                    command_actions):  # type: Any
         for name, action in actions():
             yield "%s: %s" % (actions.__name__[:-len("_actions")], name), action

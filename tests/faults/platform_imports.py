@@ -64,6 +64,7 @@ USES = {"vu_message": use_message, "vu_thread": use_thread, "vu_global": use_glo
 def importer(name):
     """A function that does what an import of the module does once its file is read."""
     spec = importlib.util.find_spec(name)
+    assert spec is not None, name
     if spec.origin.endswith(".so"):
         ctypes.PyDLL(spec.origin)  # not the dynamic linker's allocations
         return lambda: _imp.create_dynamic(spec)

@@ -39,10 +39,10 @@ def main():
                           GLIBC_TUNABLES=NO_CACHES)
         os.execv(sys.executable, [sys.executable] + sys.argv)
 
-    if MODULES[suite]:
+    modules = MODULES[suite]
+    if modules:
         paths = [HERE, os.path.join(os.path.dirname(HERE), "binding")]
-        paths += [os.path.join(build, "tests", name, "python")
-                  for name in (MODULES[suite], "binding")]
+        paths += [os.path.join(build, "tests", name, "python") for name in (modules, "binding")]
     else:
         paths = [HERE, os.path.join(build, "python")]
         if suite == "platform_calls":

@@ -110,7 +110,7 @@ class AddressOf(support.Message):
 
 
 class OddName(support.Message):
-    package_name = 5
+    package_name = 5  # type: ignore[assignment]
 
 
 class JoinedName(support.Message):
@@ -123,12 +123,12 @@ class JoinedName(support.Message):
 
 
 class NoShortName(support.Message):
-    short_name = property()
+    short_name = property()  # type: ignore[assignment]
 
 
 class OtherClass(support.Message):
     """Says that it is of another class."""
-    __class__ = int
+    __class__ = int  # type: ignore[assignment]
 
 
 class OtherName(support.Message):
@@ -170,8 +170,8 @@ def _messages(row):
                         ("too large address", AddressOf(BIG))):
         yield name, wrong
     if row.prefix:
-        for wrong in (OddName, JoinedName, NoShortName, OtherClass, OtherName):
-            yield wrong.__name__, wrong()
+        for other in (OddName, JoinedName, NoShortName, OtherClass, OtherName):
+            yield other.__name__, other()
 
 
 def changes(row):
@@ -290,7 +290,7 @@ def client_calls():
     setstate = vu_mom.VuMom.__setstate__
     plain = vu_mom.VuMom(GLOBAL)
     empty = vu_mom.VuMom.__new__(vu_mom.VuMom)
-    holding = WithDict(GLOBAL)
+    holding = WithDict(GLOBAL)  # type: support.Any
     holding.extra = 1
     del GLOBAL.apps[:]
 
@@ -408,14 +408,14 @@ class Equal(object):
     def __eq__(self, other):
         return self.answer
 
-    __hash__ = None
+    __hash__ = None  # type: ignore[assignment]
 
 
 def replies():
     obj, resobj = ("obj", support.Message), ("resobj", vu_mom_common.IncrResult)
     hash_result = ("resobj", vu_mom_common.HashResult)
     for name, keys in (("none", []), ("obj", [obj]), ("resobj", [resobj]),
-                       ("both", [obj, hash_result])):
+                       ("both", [obj, hash_result])):  # type: str, support.Any
         for data in (0, 0x1000):
             for flag, mark in ((None, 0), (3, 3), (3, 2)):
                 more = [] if flag is None else [("flag", flag)]

@@ -38,13 +38,16 @@ Failed = collections.namedtuple("Failed", "action site error reported again leak
 
 class PlatformCalls(unittest.TestCase):
     maxDiff = None
+    sites = {}  # type: dict
+    failed = []  # type: list
+    hit = {}  # type: dict  # addresses by module
 
     @classmethod
     def setUpClass(cls):
         cls.sites = dict((name, inject.Sites(call_failures.module_path(name)))
                          for name in call_failures.MODULES)
         cls.failed = []
-        cls.hit = collections.defaultdict(set)  # addresses by module
+        cls.hit = collections.defaultdict(set)
         messages = sorted(name for name in os.listdir(PLATFORM_TESTS)
                           if re.match(r"test_message_\w+\.py$", name))
         cls.let_fail("pytest", "-k", "not every_pair",  # it takes thousands of ways through one thing

@@ -27,7 +27,7 @@ class PlatformSlopes(SlopeTest):
     def setUp(self):
         self.hook, self.stderr = sys.unraisablehook, sys.stderr
         sys.unraisablehook = lambda found: None
-        sys.stderr = Nowhere()
+        sys.stderr = Nowhere()  # type: ignore[assignment]
         gc.freeze()
 
     def tearDown(self):
