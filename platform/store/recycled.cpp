@@ -1,6 +1,7 @@
 #include "recycled.h"
 
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -13,6 +14,23 @@ constexpr std::size_t kMostRoom = 512;  // of a text that is kept
 std::vector<std::string>* kept_texts = nullptr;  // never destroyed
 
 }  // namespace
+
+void* KeptBlocks::take(std::size_t size, std::size_t usual) {
+  if (size != usual || first_ == nullptr) return ::operator new(size);
+  Block* const block = first_;
+  first_ = block->next;
+  --count_;
+  return block;
+}
+
+void KeptBlocks::give(void* memory, std::size_t size, std::size_t usual) noexcept {
+  if (size != usual || count_ >= kMostKept) {
+    ::operator delete(memory, size);
+    return;
+  }
+  first_ = new (memory) Block{first_};
+  ++count_;
+}
 
 std::string take_text() {
   if (kept_texts == nullptr) {

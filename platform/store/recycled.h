@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstddef>
-#include <new>
 #include <string>
 
 namespace vu::store {
@@ -15,29 +14,32 @@ inline constexpr std::size_t kMostKept = 0;
 inline constexpr std::size_t kMostKept = 2048;
 #endif
 
+// Blocks of one size; those of others come from and go to where memory always does. Throws
+// std::bad_alloc.
+class KeptBlocks {
+ public:
+  void* take(std::size_t size, std::size_t usual);
+  void give(void* memory, std::size_t size, std::size_t usual) noexcept;
+
+ private:
+  struct Block {
+    Block* next;
+  };
+  Block* first_ = nullptr;
+  std::size_t count_ = 0;
+};
+
 // To be derived from, as in `class Reply : public Recycled<Reply>`.
 template <typename T>
 class Recycled {
  public:
-  static void* operator new(std::size_t size) {
-    if (size != sizeof(T) || kept_ == nullptr) return ::operator new(size);
-    Kept* const block = kept_;
-    kept_ = block->next;
-    --count_;
-    return block;
-  }
+  static void* operator new(std::size_t size) { return kept_.take(size, sizeof(T)); }
   static void operator delete(void* memory, std::size_t size) noexcept {
-    if (size != sizeof(T) || count_ >= kMostKept) return ::operator delete(memory, size);
-    kept_ = new (memory) Kept{kept_};
-    ++count_;
+    kept_.give(memory, size, sizeof(T));
   }
 
  private:
-  struct Kept {
-    Kept* next;
-  };
-  static inline Kept* kept_ = nullptr;
-  static inline std::size_t count_ = 0;
+  static inline KeptBlocks kept_;
 };
 
 // Strings, for texts that are made anew each time. An empty one, perhaps with room; throws
