@@ -24,6 +24,14 @@ std::uint64_t read_integer(std::string_view bytes) {
   return value;
 }
 
+// The same of four bytes, which the compiler makes one load of.
+std::uint32_t read_size(const char* bytes) {
+  const auto at = [bytes](unsigned i) {
+    return static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
+  };
+  return at(0) | at(1) | at(2) | at(3);
+}
+
 void append_signed(std::string& out, std::int64_t value) {
   append_integer(out, 'i', static_cast<std::uint64_t>(value), 8);
 }
@@ -45,7 +53,7 @@ std::size_t component_size(std::string_view identity) {
     case 's':
     case 'y':
       if (identity.size() < 5) return 0;
-      size = 5 + static_cast<std::size_t>(read_integer(identity.substr(1, 4)));
+      size = 5 + std::size_t{read_size(identity.data() + 1)};
       break;
     default:
       return 0;

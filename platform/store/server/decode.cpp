@@ -163,7 +163,8 @@ void decode_get(const redisReply& reply, Notice& notice) {
   }
   if (is_nil(value)) return;
   notice.type_code = VU_MOM_TYPE_SET;
-  notice.content = Content::of_message(text_of(value));
+  notice.content.items.add(text_of(value));
+  notice.content.form = Content::Form::kMessage;
 }
 
 std::int64_t two_halves(const redisReply& reply) {

@@ -1,6 +1,7 @@
 // Requests as commands of the server: mostly calls of the functions in functions/, whose
 // arguments are described there.
 #include <algorithm>
+#include <charconv>
 #include <unordered_map>
 
 #include "../identity.h"
@@ -281,12 +282,22 @@ void add_call(CommandText& text, const char* function, bool reads, std::string_v
 
 // What get asks for without a function: the value, and beside it what tells whether it is one.
 void add_native_get(std::string& command, std::string_view key) {
-  command.reserve(3 * key.size() + 64);
-  command.append("*4\r\n$4\r\nMGET\r\n");
+  constexpr std::string_view kBegin = "*4\r\n$4\r\nMGET\r\n";
+  command.resize(kBegin.size() + 3 * (key.size() + 40));
+  char* end = command.data();
+  const auto put = [&end](std::string_view bytes) {
+    end = std::copy(bytes.begin(), bytes.end(), end);
+  };
+  put(kBegin);
   for (const std::string_view companion : {"", "!meta", "!live"}) {
-    append_head(command, '$', key.size() + companion.size());
-    command.append(key).append(companion).append("\r\n");
+    put("$");
+    end = std::to_chars(end, end + 20, key.size() + companion.size()).ptr;
+    put("\r\n");
+    put(key);
+    put(companion);
+    put("\r\n");
   }
+  command.resize(static_cast<std::size_t>(end - command.data()));
 }
 
 // Where a command on a level acts, and on which identities.

@@ -43,7 +43,7 @@ std::int32_t ServerEngine::submit(Request& request) {
 
 void ServerEngine::send(Request& request) {
   const bool is_wanted = request.receiver.wanted();
-  const Place place = store_->place();
+  const Place& place = store_->place();
   // One server has them all.
   const int partition = store_->is_spread() ? store_->partition_for(request) : -1;
   Commands commands;  // to several partitions; else it is `command`

@@ -47,12 +47,14 @@ std::shared_ptr<ServerStore> ServerStore::at(const std::string& url, uv_loop_s* 
 ServerStore::ServerStore(std::string url, uv_loop_s* loop, const Address& address)
     : url_(std::move(url)),
       loop_(loop),
-      prefix_(address.prefix),
       router_(make_router(address, loop, *this)),
       stream_(make_event_stream(address, loop, *this)),
       channels_(clock_, *stream_),
       pipeline_(*router_, channels_, address.command_timeout_us),
-      sweeper_(*this) {}
+      sweeper_(*this) {
+  place_.prefix = address.prefix;
+  place_.is_spread = is_spread();
+}
 
 ServerStore::~ServerStore() {
   pipeline_.send_rest();
@@ -87,10 +89,9 @@ void ServerStore::send_gathered() noexcept {
 
 void ServerStore::begin(const std::vector<std::shared_ptr<RemoteSubscription>>& subscriptions) {
   try {
-    const Place here = place();
     std::vector<Barrier::Step> steps;
     for (const auto& subscription : subscriptions) {
-      channels_.add(here, subscription);
+      channels_.add(place_, subscription);
       steps.push_back({subscription, true});
     }
     pipeline_.add(std::move(steps));
@@ -122,14 +123,6 @@ Traffic ServerStore::traffic() const {
   return traffic;
 }
 
-Place ServerStore::place() const {
-  Place place;
-  place.prefix = prefix_;
-  place.is_spread = is_spread();
-  if (clock_.stopped()) place.now_us = clock_.calendar();
-  return place;
-}
-
 int ServerStore::partition_for(const Request& request) const {
   if (!is_on_one_partition(request)) return -1;
   return static_cast<int>(partition_of(request.db, *request.type, request.identity));
@@ -149,6 +142,7 @@ void ServerStore::flush() noexcept {
 
 void ServerStore::advance_clock(std::int64_t microseconds) {
   clock_.advance(microseconds);
+  place_.now_us = clock_.calendar();
   sweeper_.clock_moved();
 }
 

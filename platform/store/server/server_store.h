@@ -61,7 +61,7 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   // Whether so much is on its way that no more is accepted.
   bool is_full() const;
 
-  Place place() const;
+  const Place& place() const { return place_; }
   bool is_spread() const { return router_->is_spread(); }
   // Where a request goes; -1: to every partition.
   int partition_for(const Request& request) const;
@@ -89,7 +89,7 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
 
   const std::string url_;
   uv_loop_s* const loop_;
-  const std::string prefix_;
+  Place place_;
   Clock clock_;
   std::vector<Session*> sessions_;
   std::unique_ptr<Router> router_;

@@ -69,7 +69,7 @@ void Sweeper::ask_for_lease() {
 }
 
 void Sweeper::sweep() {
-  const Place place = store_.place();
+  const Place& place = store_.place();
   Commands commands;
   if (!store_.is_spread()) {
     commands.emplace_back(0, encode_sweep(place, -1, kMostAtOnce));
