@@ -773,6 +773,25 @@ def test_commands_of_a_closed_client():
     run(main())
 
 
+@pytest.mark.parametrize("awaited", [False, True])
+def test_an_error_is_not_buried_under_what_was_pending(awaited):
+    """asyncio complains of each error of a future that nobody awaits, but of none of those that
+    come of closing the client; where one is awaited, it is raised."""
+
+    async def main():
+        with pytest.raises(KeyError):
+            async with Client(fresh_store()) as client:
+                futures = [client.get(0, Item(name="a")), client.llen(0, Item(name="b"))]
+                futures.append(client.pdel(0, Item(), 0))
+                raise KeyError("what went wrong")
+        assert all(future.done() for future in futures)
+        for future in futures if awaited else []:
+            with pytest.raises(StoreError, match="closed"):
+                await future
+
+    run(main())  # fails where something was complained of
+
+
 def test_closing_ends_the_loops_over_subscriptions():
     async def main():
         async with Client(fresh_store()) as client:

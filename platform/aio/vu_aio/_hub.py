@@ -29,13 +29,15 @@ def error_of(msg: PubSubMsg[Any]) -> StoreError:
     return StoreError(msg.status, msg.error)
 
 
-def settle(future: asyncio.Future[Any], msg: PubSubMsg[Any], value: Any) -> None:
+def settle(future: asyncio.Future[Any], msg: PubSubMsg[Any], value: Any, closed: bool) -> None:
     """Completes a request, unless nobody waits for it any more: then its reply ends here."""
     if future.done():
         return
     try:
         if msg.status:
             future.set_exception(error_of(msg))
+            if closed:  # by the program: asyncio is not to complain of all that nobody awaits then
+                future.exception()
         else:
             future.set_result(value)
     except RuntimeError:  # the event loop of those who waited was closed
@@ -148,11 +150,12 @@ class Hub(VuMom):
 
     def _plain(self, msg: PubSubMsg[Any], future: asyncio.Future[Any]) -> None:
         self._completed()
-        settle(future, msg, msg.result)
+        settle(future, msg, msg.result, self.glb.closed)
 
     def _number(self, msg: PubSubMsg[Any], future: asyncio.Future[Any]) -> None:
         self._completed()
-        settle(future, msg, None if msg.result is None else msg.result.value)
+        value = None if msg.result is None else msg.result.value
+        settle(future, msg, value, self.glb.closed)
 
     def _level(
         self, msg: PubSubMsg[Any], p: Tuple[asyncio.Future[List[KeyTuple]], List[KeyTuple]]
@@ -162,7 +165,7 @@ class Hub(VuMom):
             keys.append(msg.key)
             return
         self._completed()
-        settle(future, msg, keys)
+        settle(future, msg, keys, self.glb.closed)
 
     def _scan(self, msg: PubSubMsg[Any], stream: Stream[PubSubMsg[Any]]) -> None:
         if not msg.end:
