@@ -781,7 +781,7 @@ def test_an_error_is_not_buried_under_what_was_pending(awaited):
     async def main():
         with pytest.raises(KeyError):
             async with Client(fresh_store()) as client:
-                futures = [client.get(0, Item(name="a")), client.llen(0, Item(name="b"))]
+                futures: list[Any] = [client.get(0, Item()), client.llen(0, Item())]
                 futures.append(client.pdel(0, Item(), 0))
                 raise KeyError("what went wrong")
         assert all(future.done() for future in futures)
