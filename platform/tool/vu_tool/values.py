@@ -1,8 +1,9 @@
 """Messages as JSON values, and from JSON values and from words such as `name=value`.
 
 The JSON is that of protocol buffers: 64-bit integers as strings, bytes as base64, enums by name,
-with the field names of the .proto file. Groups have JSON here too, and a mistake is told with what
-would be right; so only the JSON of the well-known types is that of Message.ToJson.
+with the field names of the .proto file. Only that of the well-known types is made by Message.ToJson,
+which knows no groups and no text that is not UTF-8, leaves out the parts of a key that are 0, cannot
+show a hash's fields alone, and in whose errors (FromJson's) what would be right is not named.
 """
 
 from __future__ import annotations
