@@ -594,6 +594,31 @@ def test_wrong_use(tool, tmp_path):
         assert ran.status == 2 and "key" in ran.errors
 
 
+def test_dump_does_not_replace_a_device_or_a_pipe_by_a_file(tool, tmp_path):
+    pipe = tmp_path / "pipe"
+    os.mkfifo(pipe)
+    reader = os.open(pipe, os.O_RDONLY | os.O_NONBLOCK)
+    script = "set Settings mode=m\ndump --output %s"
+    assert tool("shell", stdin=script % pipe).status == 0
+    assert pipe.is_fifo() and json.loads(os.read(reader, 65536))["value"] == {"mode": "m"}
+    os.close(reader)
+    ran = tool("dump", "--output", tmp_path)
+    assert (ran.status, ran.errors) == (2, "vu-mom: --output: %s: Is a directory\n" % tmp_path)
+
+
+def test_output_that_cannot_be_written(environment):
+    """Told, without a traceback."""
+    with open("/dev/full", "w") as full:
+        child = subprocess.run(
+            [sys.executable, str(TOOL), "shell"],
+            input="set Settings mode=m\nscan --json\nscan\n",
+            stdout=full, stderr=subprocess.PIPE, universal_newlines=True, timeout=120,
+            env=environment,
+        )
+    expected = "vu-mom: standard input:2: the output cannot be written: No space left on device\n"
+    assert (child.returncode, child.stderr) == (3, expected)
+
+
 def test_the_version_is_that_of_the_project(program):
     project = (pathlib.Path(__file__).parents[2] / "CMakeLists.txt").read_text()
     version = re.search(r"^project\(vu_mom VERSION (\S+)", project, re.M).group(1)

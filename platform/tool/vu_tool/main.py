@@ -29,7 +29,7 @@ exit status:
   0    done
   1    nothing was found: no such object (get, scan, ttl, del), or one already (set --new)
   2    wrong use: the text says which argument
-  3    the store refused, or cannot be reached
+  3    the store refused, or cannot be reached; or the output cannot be written
   130  interrupted
 
 environment:
@@ -340,6 +340,8 @@ def told(error: Exception, where: str = "") -> int:
         text, status = "the store refuses the arguments", BAD_USE
     elif isinstance(error, vu_mom.Error):
         text, status = str(error) or "the store refuses the command", STORE_FAILED
+    elif isinstance(error, OSError) and not isinstance(error, BrokenPipeError):
+        text, status = "the output cannot be written: %s" % error.strerror, STORE_FAILED
     elif isinstance(error, MemoryError):
         text, status = "out of memory", STORE_FAILED
     elif isinstance(error, OverflowError):

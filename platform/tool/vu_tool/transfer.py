@@ -65,10 +65,18 @@ class Progress:
 
 @contextlib.contextmanager
 def output(path: Optional[str]) -> Iterator[IO[str]]:
-    """A file that is there when it is complete, or standard output."""
+    """A file that is there when it is complete; or standard output, a device or a pipe."""
     if path is None or path == "-":
         yield sys.stdout
         sys.stdout.flush()
+        return
+    if os.path.exists(path) and not os.path.isfile(path):  # nothing to put a file in the place of
+        try:
+            special = open(path, "w", encoding="utf-8")
+        except OSError as error:
+            raise unusable("--output", path, error)
+        with special:
+            yield special
         return
     try:
         directory = os.path.dirname(os.path.realpath(path))
