@@ -48,7 +48,6 @@ std::shared_ptr<ServerStore> ServerStore::at(const std::string& url, uv_loop_s* 
 
 ServerStore::ServerStore(std::string url, uv_loop_s* loop, const Address& address)
     : url_(std::move(url)),
-      loop_(loop),
       process_(getpid()),
       router_(make_router(address, loop, *this)),
       stream_(make_event_stream(address, loop, *this)),

@@ -91,7 +91,6 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   bool has_backlog(std::size_t most) const;
 
   const std::string url_;
-  uv_loop_s* const loop_;
   const pid_t process_;
   Place place_;
   Clock clock_;
