@@ -29,7 +29,7 @@ exit status:
   0    done
   1    nothing was found: no such object (get, scan, ttl, del), or one already (set --new)
   2    wrong use: the text says which argument
-  3    the store refused, or cannot be reached; or the output cannot be written
+  3    the store refused or cannot be reached, or the output cannot be written
   130  interrupted
 
 environment:
