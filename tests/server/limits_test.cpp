@@ -1,7 +1,5 @@
 // How much may be on its way before requests are refused.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <string>
@@ -109,25 +107,6 @@ TEST(LimitsTest, OfBytesThatWaitUntilTheTurnEnds) {
   for (int i = 0; i < 40; ++i) {
     EXPECT_TRUE(process.ask(port("device:'" + std::to_string(i) + "'")).has_data) << i;
   }
-}
-
-// A child has its parent's socket: what it wrote there would get replies that the parent takes
-// for its own.
-TEST(LimitsTest, AChildThatIssuesManyCommandsSendsNone) {
-  RedisServer server;
-  Process process(server.url());
-  EXPECT_FALSE(process.ask(port("device:'a'")).has_data);  // it is connected
-  const pid_t child = fork();
-  if (child == 0) {
-    const std::string kilobyte(1024, 'x');
-    for (int i = 0; i < 40; ++i) set(process, port("device:'b' note:'" + kilobyte + "'"));
-    _exit(0);
-  }
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
-  EXPECT_FALSE(process.ask(port("device:'b'")).has_data);
-  EXPECT_EQ(server.call({"KEYS", "vu:{*}:0:*"}), "[]");
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include "server_store.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <map>
 #include <utility>
@@ -48,7 +46,6 @@ std::shared_ptr<ServerStore> ServerStore::at(const std::string& url, uv_loop_s* 
 
 ServerStore::ServerStore(std::string url, uv_loop_s* loop, const Address& address)
     : url_(std::move(url)),
-      process_(getpid()),
       router_(make_router(address, loop, *this)),
       stream_(make_event_stream(address, loop, *this)),
       channels_(clock_, *stream_),
@@ -86,7 +83,7 @@ void ServerStore::issue(Errand& errand, Commands commands) {
 }
 
 void ServerStore::send_gathered() noexcept {
-  if (router_->has_gathered() && getpid() == process_) router_->flush();
+  if (router_->has_gathered()) router_->flush();
 }
 
 void ServerStore::begin(const std::vector<std::shared_ptr<RemoteSubscription>>& subscriptions) {

@@ -3,8 +3,6 @@
 // what is issued in one turn of the loop leaves in one write, or in several of 16 KiB.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -51,8 +49,7 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   void issue(Errand& errand, unsigned partition, std::string command);
   void issue(Errand& errand, Commands commands);
   // Where many wait already for that delivery, sends them, so that the server begins while the
-  // others are made. Not for what an outcome has issued: the router is busy then. Does nothing
-  // in a child of the process, whose connections are its parent's.
+  // others are made. Not for what an outcome has issued: the router is busy then.
   void send_gathered() noexcept;
   // Subscriptions begin and end with a barrier. They throw std::bad_alloc with nothing
   // changed.
@@ -91,7 +88,6 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   bool has_backlog(std::size_t most) const;
 
   const std::string url_;
-  const pid_t process_;
   Place place_;
   Clock clock_;
   std::vector<Session*> sessions_;
