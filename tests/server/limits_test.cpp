@@ -1,10 +1,6 @@
 // How much may be on its way before requests are refused.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <string>
-#include <thread>
-
 #include "process.h"
 #include "redis_server.h"
 
@@ -84,29 +80,6 @@ TEST(LimitsTest, OfBytesThatAreNotSent) {
   EXPECT_TRUE(stored.text().starts_with("device: \"a\" rx: 256 note: \"xxx")) << stored.error;
   EXPECT_FALSE(process.ask(port("device:'refused'")).has_data);
   EXPECT_EQ(completed, 0);
-}
-
-// So the server can begin with the first while the others are being made.
-TEST(LimitsTest, OfBytesThatWaitUntilTheTurnEnds) {
-  RedisServer server;
-  Process process(server.url());
-  EXPECT_FALSE(process.ask(port("device:'a'")).has_data);  // it is connected
-  const std::string kilobyte(1024, 'x');
-  const auto set_number = [&](int number) {
-    return set(process, port("device:'" + std::to_string(number) + "' note:'" + kilobyte + "'"));
-  };
-  const auto stored = [&] { return server.call({"KEYS", "vu:{*}:0:*"}); };
-  for (int i = 0; i < 8; ++i) ASSERT_EQ(set_number(i), VU_MOM_OK);
-  EXPECT_EQ(stored(), "[]");
-  for (int i = 8; i < 40; ++i) ASSERT_EQ(set_number(i), VU_MOM_OK);
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (stored() == "[]" && std::chrono::steady_clock::now() < end) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  EXPECT_NE(stored(), "[]");
-  for (int i = 0; i < 40; ++i) {
-    EXPECT_TRUE(process.ask(port("device:'" + std::to_string(i) + "'")).has_data) << i;
-  }
 }
 
 }  // namespace

@@ -57,9 +57,6 @@ class Router {
   // taken.
   virtual void send(unsigned partition, std::string command, bool only_reads, void* ticket) = 0;
 
-  // Whether more was taken since the last flush than should wait for the next one.
-  virtual bool has_gathered() const = 0;
-
   // Commands taken and without an outcome, and the bytes of those not yet sent.
   virtual std::size_t pending() const = 0;
   virtual std::size_t unsent_bytes() const = 0;

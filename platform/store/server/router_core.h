@@ -22,7 +22,6 @@ class RouterCore : public Router, protected Lane::Owner {
   RouterCore(const Address& address, uv_loop_t* loop, Listener& listener, std::size_t groups);
 
   void send(unsigned partition, std::string command, bool only_reads, void* ticket) override;
-  bool has_gathered() const override { return taken_bytes_ >= kMostGathered; }
   std::size_t pending() const override { return pending_; }
   std::size_t unsent_bytes() const override;
   std::uint64_t reconnects() const override;
@@ -82,9 +81,6 @@ class RouterCore : public Router, protected Lane::Owner {
   uv_loop_t* const loop_;
 
  private:
-  // As much as a server reads at once.
-  static constexpr std::size_t kMostGathered = std::size_t{16} * 1024;
-
   Group& group_of(const Entry& entry) { return groups_[groups_.size() == 1 ? 0 : entry.partition]; }
   void route(std::unique_ptr<Entry> entry) noexcept;
   void hold(Group& group, std::unique_ptr<Entry> entry) noexcept;

@@ -70,7 +70,6 @@ void ServerEngine::send(Request& request) {
     if (is_wanted) replies_.take_back(errand);
     throw;
   }
-  store_->send_gathered();
 }
 
 // A request that names no object, for it has no members: nothing is to be done.

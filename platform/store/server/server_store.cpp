@@ -82,10 +82,6 @@ void ServerStore::issue(Errand& errand, Commands commands) {
   wake();
 }
 
-void ServerStore::send_gathered() noexcept {
-  if (router_->has_gathered()) router_->flush();
-}
-
 void ServerStore::begin(const std::vector<std::shared_ptr<RemoteSubscription>>& subscriptions) {
   try {
     std::vector<Barrier::Step> steps;

@@ -1,6 +1,6 @@
 // A store on servers, as the handles of this process see it. Handles of one address on
 // one event loop share it: their commands keep the order in which they were called, and
-// what is issued in one turn of the loop leaves in one write, or in several of 16 KiB.
+// what is issued in one turn of the loop leaves in one write.
 #pragma once
 
 #include <cstddef>
@@ -48,9 +48,6 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   // See Pipeline. They wake a handle, whose delivery then sends.
   void issue(Errand& errand, unsigned partition, std::string command);
   void issue(Errand& errand, Commands commands);
-  // Where many wait already for that delivery, sends them, so that the server begins while the
-  // others are made. Not for what an outcome has issued: the router is busy then.
-  void send_gathered() noexcept;
   // Subscriptions begin and end with a barrier. They throw std::bad_alloc with nothing
   // changed.
   void begin(const std::vector<std::shared_ptr<RemoteSubscription>>& subscriptions);
