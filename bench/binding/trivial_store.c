@@ -100,3 +100,21 @@ EXPORT int32_t vu_platform_message_add(intptr_t address) {
 }
 EXPORT void vu_platform_message_remove(intptr_t address) { (void)address; }
 EXPORT int vu_platform_message_is_live(intptr_t address) { return address != 0; }
+
+EXPORT int32_t vu_platform_message_take(intptr_t address, intptr_t *taken) {
+  (void)address;
+  *taken = 0;
+  return VU_MOM_BAD_INPUT;
+}
+
+EXPORT int32_t vu_platform_store_text(const char *store, char *text, size_t size) {
+  (void)store;
+  if (size == 0) return VU_MOM_BAD_INPUT;
+  text[0] = '\0';
+  return VU_MOM_OK;
+}
+
+EXPORT void vu_platform_stats_of(const vu_mom_handle *handle, vu_platform_stats *stats) {
+  (void)handle;
+  *stats = (vu_platform_stats){0};
+}

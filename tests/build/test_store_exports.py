@@ -42,6 +42,13 @@ class StoreExports(TreeTest):
         commands = declared("include", "vu_mom_impl.h")
         self.assertEqual(checked, commands | declared("platform", "include", "vu_platform.h"))
 
+    def test_benchmarks_found_no_such_function(self):
+        """Their stand-in for the library has each that the modules may ask for."""
+        with open(os.path.join(SOURCE, "bench", "binding", "trivial_store.c")) as file:
+            defined = re.findall(r"^EXPORT [^{;]*?\b(vu_platform_\w+)\(", file.read(), re.MULTILINE)
+        declared_there = declared("platform", "include", "vu_platform.h")
+        self.assertEqual(sorted(defined), sorted(declared_there))
+
     def test_soname(self):
         """A preloaded library of the same name takes this one's place."""
         from build_tree import run
