@@ -25,7 +25,7 @@ void* KeptBlocks::take(std::size_t size, std::size_t usual) {
 
 void KeptBlocks::give(void* memory, std::size_t size, std::size_t usual) noexcept {
   if (size != usual || count_ >= kMostKept) {
-    ::operator delete(memory, size);
+    ::operator delete(memory);
     return;
   }
   first_ = new (memory) Block{first_};
