@@ -24,7 +24,7 @@ void* KeptBlocks::take(std::size_t size, std::size_t usual) {
 }
 
 void KeptBlocks::give(void* memory, std::size_t size, std::size_t usual) noexcept {
-  if (size != usual || count_ >= kMostKept) {
+  if (size != usual || count_ == kMostKept) {
     ::operator delete(memory);
     return;
   }

@@ -15,14 +15,15 @@ namespace {
 
 constexpr char kDigits[] = "0123456789ABCDEF";
 
-constexpr std::array<bool, 256> kPlain = [] {
+constexpr std::array<bool, 256> plain_bytes() {
   std::array<bool, 256> plain = {};
   for (unsigned byte = 0; byte < plain.size(); ++byte) {
     plain[byte] = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
                   (byte >= '0' && byte <= '9') || byte == '_' || byte == '.' || byte == '-';
   }
   return plain;
-}();
+}
+constexpr std::array<bool, 256> kPlain = plain_bytes();
 
 bool is_plain(char byte) { return kPlain[static_cast<unsigned char>(byte)]; }
 

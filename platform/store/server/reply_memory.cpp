@@ -70,6 +70,7 @@ redisReplyObjectFunctions functions = {add_string, add_array, add_integer, add_n
 struct ReplyMemory::Block {
   Block* next;
   // What is taken follows, aligned as the pointer is and no worse.
+  // cppcheck-suppress unusedStructMember; it is where next_ begins
   alignas(kAlignment) char bytes[1];
 };
 
