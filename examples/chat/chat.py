@@ -5,8 +5,9 @@ With a store that several processes share, several servers serve the same rooms.
 
 import argparse
 import asyncio
+from typing import Set
 
-from chat_vu import Line, Visits
+from chat_vu import Line, Lines, Visits
 from vu_aio import Client, StoreError, Subscription
 
 KEPT = 10  # lines of a room that a newcomer is shown
@@ -35,25 +36,30 @@ class Guest:
         visitor = await self.client.incr(0, Visits(room=self.room))
         self.writer.write(("You are visitor %d of %s.\n" % (visitor, self.room)).encode())
         async with self.client.subscribe(0, Line(room=self.room), 1) as changes:
-            for line in await self.client.lrange(0, Line(room=self.room)):
+            kept = await self.client.lrange(0, Line(room=self.room))
+            for line in kept:
                 self.show(line)
-            listening = asyncio.ensure_future(self.listen(changes))
+            shown = {line.number for line in kept}  # which may be published only now
+            listening = asyncio.ensure_future(self.listen(changes, shown))
             try:
                 await self.talk()
             finally:
                 listening.cancel()
 
-    async def listen(self, changes: Subscription[Line]) -> None:
+    async def listen(self, changes: Subscription[Line], shown: Set[int]) -> None:
         async for change in changes:
-            if isinstance(change.result, Line):  # published; the list's own changes are not
-                self.show(change.result)
+            line = change.result
+            if isinstance(line, Line):  # published; the list's own changes are not
+                if line.number not in shown:
+                    self.show(line)
                 await self.writer.drain()
 
     async def talk(self) -> None:
         """What the guest says, until the connection ends."""
         async for said in self.reader:
             text = said.decode(errors="replace").strip()
-            line = Line(room=self.room, author=self.name, text=text)
+            number = await self.client.incr(0, Lines(room=self.room))
+            line = Line(room=self.room, author=self.name, text=text, number=number)
             self.client.rpush(0, line)
             self.client.publish(0, line)
             if await self.client.llen(0, line) > KEPT:

@@ -1,6 +1,8 @@
 """examples/chat, used over its connections."""
 
+import asyncio
 import contextlib
+import importlib.util
 import pathlib
 import signal
 import socket
@@ -8,6 +10,7 @@ import subprocess
 import sys
 
 import pytest
+from vu_aio import Client
 
 sys.path.insert(1, str(pathlib.Path(__file__).parents[1] / "support"))
 
@@ -99,3 +102,46 @@ def test_two_servers_share_their_rooms():
                     assert bob.hear() == ann.hear() == "ann: to bob %d\n" % number
                     bob.say("to ann %d" % number)
                     assert ann.hear() == bob.hear() == "bob: to ann %d\n" % number
+
+
+def test_newcomer_was_shown_a_line_twice():
+    """One that another server had put into the room, and published when the newcomer listened."""
+    program = importlib.util.spec_from_file_location("chat", CHAT)
+    chat = importlib.util.module_from_spec(program)
+    program.loader.exec_module(chat)
+
+    class Late(Client):
+        """The other server publishes in the last moment."""
+
+        def lrange(self, db, obj):
+            self.publish(db, first)
+            return super().lrange(db, obj)
+
+    class Writer:
+        written = ""
+
+        def write(self, data):
+            self.written += data.decode()
+
+        async def drain(self):
+            pass
+
+    first = chat.Line(room="lobby", author="ann", text="first", number=1)
+
+    async def visit():
+        async with Late("embedded:newcomer") as client:
+            client.rpush(0, first)
+            reader, writer = asyncio.StreamReader(), Writer()
+            reader.feed_data(b"bob\nlobby\n")
+            guest = asyncio.ensure_future(chat.Guest(client, reader, writer).serve())
+            while "first" not in writer.written:
+                await asyncio.sleep(0.001)
+            client.publish(0, chat.Line(room="lobby", author="ann", text="second", number=2))
+            while "second" not in writer.written:
+                await asyncio.sleep(0.001)
+            reader.feed_eof()
+            await guest
+            return writer.written
+
+    written = asyncio.run(asyncio.wait_for(visit(), 60))
+    assert written.endswith("You are visitor 1 of lobby.\nann: first\nann: second\n")
