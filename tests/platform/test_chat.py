@@ -107,6 +107,7 @@ def test_two_servers_share_their_rooms():
 def test_newcomer_was_shown_a_line_twice():
     """One that another server had put into the room, and published when the newcomer listened."""
     program = importlib.util.spec_from_file_location("chat", CHAT)
+    assert program is not None
     chat = importlib.util.module_from_spec(program)
     program.loader.exec_module(chat)
 
