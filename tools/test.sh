@@ -15,7 +15,7 @@ run_suite() { /usr/bin/python3 tools/run_suite.py "$@"; }
 pytest_suite() {
   local leg=$1 suite=$2
   shift 2
-  run_suite "$leg" "$suite" 900 env "PYTHONPATH=$PWD/build/$leg/python" \
+  run_suite "$leg" "$suite" 1800 env "PYTHONPATH=$PWD/build/$leg/python" \
     "HYPOTHESIS_STORAGE_DIRECTORY=$PWD/build/hypothesis" \
     "$@" -m pytest -q -p no:cacheprovider -o faulthandler_timeout=120 "tests/$suite"
 }
