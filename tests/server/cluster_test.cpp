@@ -5,6 +5,7 @@
 
 #include "client.h"
 #include "cluster_slots.h"
+#include "free_port.h"
 #include "listener.h"
 #include "redis_server.h"
 #include "router.h"

@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef VU_SANITIZED
 #define VU_HAS_OWN_MALLOC 0
 #else
 #define VU_HAS_OWN_MALLOC 1

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "client.h"
+#include "free_port.h"
 #include "proxy.h"
 #include "redis_server.h"
 

@@ -1,10 +1,7 @@
 #include "redis_server.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <hiredis/hiredis.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +10,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace vu::testing {
@@ -20,8 +19,6 @@ namespace vu::testing {
 namespace {
 
 constexpr std::int64_t kStartingTime = 30'000;
-// Members of a cluster use the port 10000 above as well.
-constexpr std::uint16_t kHighestPort = 55'000;
 
 std::string text_of(const redisReply* reply) {
   switch (reply->type) {
@@ -53,20 +50,6 @@ Directory::Directory() {
 Directory::~Directory() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
-}
-
-std::uint16_t free_port() {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof(address);
-  const bool is_bound = bind(fd, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
-                        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-  close(fd);
-  if (!is_bound) throw std::runtime_error("no free port");
-  const std::uint16_t port = ntohs(address.sin_port);
-  return port <= kHighestPort ? port : free_port();
 }
 
 std::int64_t now_ms() {
@@ -107,7 +90,9 @@ void RedisServer::start() {
   }
   for (const std::int64_t end = now_ms() + kStartingTime; !answers();) {
     if (now_ms() > end || waitpid(pid_, nullptr, WNOHANG) != 0) {
-      throw std::runtime_error("redis-server does not start");
+      std::ostringstream told;
+      told << std::ifstream(log).rdbuf();
+      throw std::runtime_error("redis-server does not start:\n" + told.str());
     }
     sleep_ms(5);
   }

@@ -22,8 +22,6 @@ class Directory {
   std::string path_;
 };
 
-std::uint16_t free_port();
-
 // Milliseconds that never go back.
 std::int64_t now_ms();
 void sleep_ms(unsigned milliseconds);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "client.h"
+#include "free_port.h"
 #include "redis_server.h"
 
 namespace vu::testing {

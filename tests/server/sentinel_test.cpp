@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "client.h"
+#include "free_port.h"
 #include "listener.h"
 #include "redis_server.h"
 

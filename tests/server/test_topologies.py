@@ -7,7 +7,8 @@ import tempfile
 import pytest
 
 from contract_vu import Port
-from redis_cluster import RedisCluster, free_port
+from free_port import free_port
+from redis_cluster import RedisCluster
 from redis_server import RedisServer, call
 
 

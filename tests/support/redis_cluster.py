@@ -1,28 +1,12 @@
 """A cluster of redis-servers of one's own: three masters, each with a third of the slots."""
 
-import socket
 import time
 
+from free_port import free_port
 from redis_server import RedisServer, call
 
 MASTERS = 3
 SLOTS = 16384
-LAST_PORT = 55535  # 10000 above a member's port is that of the bus
-
-
-def free_port():
-    """Of this machine, where the one 10000 above it is free as well."""
-    while True:
-        with socket.socket() as one, socket.socket() as other:
-            one.bind(("127.0.0.1", 0))
-            port = one.getsockname()[1]
-            if port > LAST_PORT:
-                continue
-            try:
-                other.bind(("127.0.0.1", port + 10000))
-            except OSError:
-                continue
-            return port
 
 
 class RedisCluster:
