@@ -29,10 +29,13 @@ set(CMAKE_INSTALL_RPATH "$ORIGIN/../lib")
 add_library(vu_flags INTERFACE)
 target_compile_options(vu_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Werror
-  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor>)
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor>
+  # As the language has it; clang 14 asks to be told.
+  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-fsized-deallocation>)
 if(VU_MOM_SANITIZE)
   target_compile_options(vu_flags INTERFACE
     -fsanitize=${VU_MOM_SANITIZE} -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  target_compile_definitions(vu_flags INTERFACE VU_SANITIZED)
   target_link_options(vu_flags INTERFACE -fsanitize=${VU_MOM_SANITIZE})
 endif()
 if(VU_MOM_FUZZ)

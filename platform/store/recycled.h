@@ -8,7 +8,7 @@
 namespace vu::store {
 
 // How many of a kind are kept. Where memory is checked none are, so that uses after an end show.
-#ifdef __SANITIZE_ADDRESS__
+#ifdef VU_SANITIZED
 inline constexpr std::size_t kMostKept = 0;
 #else
 inline constexpr std::size_t kMostKept = 2048;

@@ -16,7 +16,7 @@ Live at(const std::string& device, unsigned number, const std::string& rest = ""
 
 TEST(Memory, OfAMillionSingleValues) {
   // 16 bytes of key, 60 of value beside it.
-#ifdef __SANITIZE_ADDRESS__
+#ifdef VU_SANITIZED
   GTEST_SKIP() << "the sanitizer's allocator does not say what is used";
 #endif
   constexpr int kObjects = 1000000;
