@@ -40,8 +40,7 @@ bool is_free(int port) {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   address.sin_port = htons(static_cast<std::uint16_t>(port));
   const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const bool is_bound =
-      bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+  const bool is_bound = bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
   close(fd);
   return is_bound;
 }
