@@ -44,9 +44,11 @@ end
 -- One part of an event: a label, the size of its bytes, and they.
 local function item(label, bytes) return label .. ' ' .. #bytes .. '\n' .. bytes end
 
+-- How an event begins, up to its time.
+local function event_head(code) return '1 ' .. code .. ' ' .. clock_text() .. ' ' end
+
 local function publish(first, last, code, tag, form, body)
-  local message = '1 ' .. code .. ' ' .. format('%.0f', clock()) .. ' ' .. tag .. ' ' .. form ..
-    ' ' .. ident .. '\n' .. body
+  local message = event_head(code) .. tag .. ' ' .. form .. ' ' .. ident .. '\n' .. body
   local clients = 0
   for i = first, last do
     if hears[i] then clients = clients + call('PUBLISH', channels[i], message) end

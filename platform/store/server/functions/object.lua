@@ -25,6 +25,7 @@ local WRONG_KIND = {
 
 -- Of the call.
 local now      -- microseconds since 1970, once asked for
+local now_text -- the same as text, once asked for
 local stopped  -- the time is one that the client gave
 local spread   -- the store is a cluster: who listens is not known here
 
@@ -46,7 +47,7 @@ end
 
 local function begin(args)
   if not call then bind() end
-  now = tonumber(args[1])
+  now, now_text = tonumber(args[1]), nil
   stopped = now ~= nil
   spread = args[2] ~= ''
 end
@@ -57,6 +58,19 @@ local function clock()
     now = time[1] * 1000000 + time[2]
   end
   return now
+end
+
+-- Without the way over a number where nobody else asks for the time.
+local function clock_text()
+  if not now_text then
+    if now then
+      now_text = format('%.0f', now)
+    else
+      local time = call('TIME')
+      now_text = time[1] .. format('%06d', time[2])
+    end
+  end
+  return now_text
 end
 
 -- The end of a lifetime that begins now. By the server's clock in whole milliseconds, as
