@@ -141,6 +141,31 @@ TEST_F(Functions, LevelsOfSubscriptions) {
   EXPECT_EQ(run(request(Command::kPublish, "Port", "device: 'b'")), "0 = 1");
 }
 
+TEST_F(Functions, SeveralPublications) {
+  bench_.watch("Port", "device: 'a'", 1, 0);
+  bench_.watch("Single", "", 0, 0);
+  std::vector<Request> requests;
+  requests.push_back(request(Command::kPublish, "Port", "device: 'a' number: 1 rx: 1"));
+  requests.push_back(request(Command::kPublish, "Port", "device: 'b' number: 1 rx: 2"));
+  requests.push_back(request(Command::kPublish, "Single", "text: 'x'"));
+  requests.push_back(request(Command::kPublish, "Port", "device: 'a' number: 2 rx: 3"));
+  EXPECT_EQ(bench_.publish(requests), (Lines{"0 = 1", "0 = 0", "0 = 1", "0 = 1"}));
+  EXPECT_EQ(told(), (Lines{"24 {device: \"a\" number: 1 rx: 1}", "24 {text: \"x\"}",
+                           "24 {device: \"a\" number: 2 rx: 3}"}));
+}
+
+TEST_F(Functions, WhatIsOverEndsBeforeItIsPublished) {
+  stop_clock();
+  watch();
+  run(Command::kSet, "rx: 1");
+  expire(1000);
+  pass(1000);
+  told();
+  EXPECT_EQ(bench_.publish({port(Command::kPublish, "rx: 2"), port(Command::kPublish, "rx: 3")}),
+            (Lines{"0 = 1", "0 = 1"}));
+  EXPECT_EQ(told(), (Lines{"0", "24 " + kA + " rx: 2}", "24 " + kA + " rx: 3}"}));
+}
+
 TEST_F(Functions, Scans) {
   std::size_t expected = 0;
   for (int i = 0; i < 300; ++i) {

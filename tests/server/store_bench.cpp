@@ -7,6 +7,7 @@
 
 #include "identity.h"
 #include "message_bytes.h"
+#include "publications.h"
 #include "wire.h"
 
 namespace vu::testing {
@@ -119,9 +120,38 @@ StoreBench::~StoreBench() {
 Reply StoreBench::send(const std::string& command) { return ask(commands_, command); }
 
 std::string StoreBench::run(const Request& request) {
-  store::ByteList identities;
+  if (request.command == Command::kPublish) return publish({request}).front();
   const Reply reply = send(store::encode(request, place, -1));
-  const Notice notice = store::decode(request, *reply, 0, identities);
+  return show_outcome(request, *reply);
+}
+
+std::vector<std::string> StoreBench::publish(const std::vector<Request>& requests) {
+  // Shows the outcome of one of them.
+  struct Shown : store::Errand {
+    Shown(const Request& its, std::vector<std::string>& lines)
+        : Errand(false), request(its), shown(lines) {}
+    void finish(const store::Outcome& outcome) noexcept override {
+      shown.push_back(show_outcome(request, *outcome.reply));
+    }
+    const Request& request;
+    std::vector<std::string>& shown;
+  };
+  std::vector<std::string> shown;
+  auto& all = *new store::Publications(0);
+  const store::ErrandHold hold(all);
+  for (const Request& request : requests) {
+    all.add(*new Shown(request, shown), store::Publication(request, place));
+  }
+  const Reply reply = send(all.command(place));
+  store::Outcome outcome;
+  outcome.reply = reply.get();
+  all.finish(outcome);
+  return shown;
+}
+
+std::string StoreBench::show_outcome(const Request& request, const redisReply& reply) {
+  store::ByteList identities;
+  const Notice notice = store::decode(request, reply, 0, identities);
   std::string text;
   for (std::size_t i = 0; i < identities.size(); ++i) {
     text += store::identity_text(identities[i]) + ' ';

@@ -45,6 +45,8 @@ class StoreBench {
   Reply send(const std::string& command);
   // The finishing notice; the identities that it acted on in front of it, as text.
   std::string run(const Request& request);
+  // The same of several that are published with one command.
+  std::vector<std::string> publish(const std::vector<Request>& requests);
 
   // Watches a field, or with 0 the whole, of the objects that match the leading `level` key
   // components of the message.
@@ -61,6 +63,7 @@ class StoreBench {
     std::uint32_t tag;
   };
 
+  static std::string show_outcome(const Request& request, const redisReply& reply);
   // Calls visit(channel, message) with all that has come.
   template <typename Visit>
   void take_messages(Visit visit);

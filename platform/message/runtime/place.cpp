@@ -39,9 +39,10 @@ std::string step_to(const MessageObject& element) {
 }  // namespace
 
 std::string path_of(const Node& node) {
+  // Only messages have no parent.
+  if (node.parent == nullptr) return static_cast<const MessageObject&>(node).info->name();
   const bool is_view = !is_message(py::Borrowed(const_cast<Node*>(&node)));
   const auto* const message = is_view ? nullptr : static_cast<const MessageObject*>(&node);
-  if (node.parent == nullptr) return message->info->name();
   std::string path = path_of(*node.parent) + "." + node.field->descriptor->name();
   if (message != nullptr && message->element) path += step_to(*message);
   return path;

@@ -26,14 +26,18 @@ inline void append_head(std::string& to, char sign, std::size_t number) {
   to.append(line, end + 2);
 }
 
+inline void append_word(std::string& to, std::string_view word) {
+  append_head(to, '$', word.size());
+  to.append(word).append("\r\n");
+}
+
 class CommandText {
  public:
   // Room for words of `bytes` bytes altogether.
   explicit CommandText(std::size_t bytes) { words_.reserve(bytes); }
 
   CommandText& add(std::string_view word) {
-    append_head(words_, '$', word.size());
-    words_.append(word).append("\r\n");
+    append_word(words_, word);
     ++count_;
     return *this;
   }

@@ -100,7 +100,6 @@ const char* function_of(Command command) {
     case Command::kPdel:
       return "vu1_pdel";
     case Command::kPublish:
-      return "vu1_publish";
     case Command::kSubscribe:
     case Command::kUnsubscribe:
       break;
@@ -279,29 +278,6 @@ void add_call(CommandText& text, const char* function, bool reads, std::string_v
   text.add(place.is_spread ? "1" : "");
 }
 
-// What publish gives beside the object: the event behind its time, and the channel of each level of
-// the object under this key.
-void add_publication(CommandText& text, const Request& request, const Place& place,
-                     std::string_view key) {
-  const std::string_view name = key.substr(key.find('}', place.prefix.size()) + 2);
-  std::size_t end = request.type->name.size() + 1 + name.find(':') + 1;  // of "DB:TYPE:"
-  std::string event = take_text();
-  event.append("0 m ").append(name.substr(end));
-  event.append("\n ");
-  append_decimal(event, request.value.size());
-  event.append("\n").append(request.value);
-  text.add(event);
-  event.clear();
-  event.append(place.prefix).append(":o:");
-  const std::size_t start = event.size();
-  event.append(name);
-  for (end += start;; end = event.find('/', end) + 1) {
-    text.add(std::string_view(event).substr(0, end));
-    if (end == event.size()) break;
-  }
-  keep_text(std::move(event));
-}
-
 // What get asks for without a function: the value, and beside it what tells whether it is one.
 void add_native_get(std::string& command, std::string_view key) {
   constexpr std::string_view kBegin = "*4\r\n$4\r\nMGET\r\n";
@@ -345,8 +321,7 @@ void add_level(CommandText& text, const Request& request, const Place& place, in
 void append_command(std::string& to, const std::vector<std::string_view>& words) {
   append_head(to, '*', words.size());
   for (const std::string_view word : words) {
-    append_head(to, '$', word.size());
-    to.append(word).append("\r\n");
+    append_word(to, word);
   }
 }
 
@@ -395,11 +370,7 @@ std::string encode(const Request& request, const Place& place, int partition) {
     CommandText text(bytes_of(request));
     add_call(text, function_of(request.command), only_reads(request.command), key, place);
     if (is_on_a_level(request.command)) text.add("one").add("");
-    if (request.command == Command::kPublish) {
-      add_publication(text, request, place, key);
-    } else {
-      add_arguments(text, request);
-    }
+    add_arguments(text, request);
     command = text.text();
   }
   keep_text(std::move(key));

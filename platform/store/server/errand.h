@@ -27,9 +27,13 @@ class Errand {
   virtual void finish(const Outcome& outcome) noexcept = 0;
 
   bool only_reads() const { return only_reads_; }
+  // How many requests each of its commands stands for. Stays once it is issued.
+  std::size_t weight() const { return weight_; }
 
  protected:
   virtual ~Errand() = default;
+
+  std::size_t weight_ = 1;
 
  private:
   std::uint32_t holders_ = 0;

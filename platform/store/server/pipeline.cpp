@@ -28,7 +28,7 @@ std::size_t size_of(const Commands& commands) {
 void Pipeline::send(Errand& errand, unsigned partition, std::string command) {
   router_.send(partition, std::move(command), errand.only_reads(), &errand);
   errand.hold();
-  ++in_flight_;
+  in_flight_ += errand.weight();
 }
 
 void Pipeline::fail(Errand& errand, std::size_t commands, const char* reason) noexcept {
@@ -73,7 +73,7 @@ void Pipeline::issue(Errand& errand, Commands commands) {
   entry.issued = waited_us_;
   queue_.push_back(std::move(entry));
   errand.hold();
-  waiting_ += count;
+  waiting_ += count * errand.weight();
   waiting_bytes_ += bytes;
 }
 
@@ -109,7 +109,7 @@ void Pipeline::send_first() noexcept {
   Entry entry = std::move(queue_.front());
   queue_.pop_front();
   const std::size_t count = entry.commands.size();
-  waiting_ -= count;
+  waiting_ -= count * entry.errand->weight();
   waiting_bytes_ -= size_of(entry.commands);
   const ErrandHold hold(*entry.errand);
   entry.errand->release();
@@ -143,7 +143,7 @@ void Pipeline::pump() noexcept {
 
 bool Pipeline::on_outcome(void* ticket, const Outcome& outcome) noexcept {
   auto& errand = *static_cast<Errand*>(ticket);
-  --in_flight_;
+  in_flight_ -= errand.weight();
   errand.finish(outcome);
   errand.release();
   return in_flight_ == 0 && !queue_.empty();

@@ -46,7 +46,8 @@ class Pipeline {
   // Sends everything, barriers or not.
   void send_rest() noexcept;
 
-  // Commands without an outcome, and the bytes of those that have not left.
+  // Requests without an outcome, each command counted by its weight, and the bytes of those that
+  // have not left.
   std::size_t pending() const { return in_flight_ + waiting_; }
   std::size_t unsent_bytes() const { return router_.unsent_bytes() + waiting_bytes_; }
 

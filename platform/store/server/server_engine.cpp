@@ -35,6 +35,8 @@ std::int32_t ServerEngine::submit(Request& request) {
     answer(request);
   } else if (request.command == Command::kScan || request.command == Command::kScanIndex) {
     scan(request);
+  } else if (request.command == Command::kPublish) {
+    publish(request);
   } else {
     send(request);
   }
@@ -57,15 +59,32 @@ void ServerEngine::send(Request& request) {
   }
   const unsigned parts = commands.empty() ? 1 : kPartitions;
   RequestErrand& errand = *new RequestErrand(store_->clock(), request, parts);
-  const ErrandHold hold(errand);
-  if (is_wanted) replies_.push(errand);
-  try {
+  issue(errand, is_wanted, [&] {
     if (commands.empty()) {
       store_->issue(errand, static_cast<unsigned>(partition < 0 ? 0 : partition),
                     std::move(command));
     } else {
       store_->issue(errand, std::move(commands));
     }
+  });
+}
+
+void ServerEngine::publish(Request& request) {
+  const bool is_wanted = request.receiver.wanted();
+  const int partition = store_->is_spread() ? store_->partition_for(request) : 0;
+  const Publication publication(request, store_->place());
+  RequestErrand& errand = *new RequestErrand(store_->clock(), request, 1);
+  issue(errand, is_wanted,
+        [&] { store_->publish(errand, static_cast<unsigned>(partition), publication); });
+}
+
+// Has an errand issued, with a place among the replies where somebody waits for its own.
+template <typename Issue>
+void ServerEngine::issue(PlacedErrand& errand, bool is_wanted, Issue issue_it) {
+  const ErrandHold hold(errand);
+  if (is_wanted) replies_.push(errand);
+  try {
+    issue_it();
   } catch (...) {
     if (is_wanted) replies_.take_back(errand);
     throw;
@@ -84,14 +103,7 @@ void ServerEngine::answer(Request& request) {
 void ServerEngine::scan(Request& request) {
   if (!request.receiver.wanted()) return;
   ScanErrand& errand = *new ScanErrand(*store_, request);
-  const ErrandHold hold(errand);
-  replies_.push(errand);
-  try {
-    errand.ask();
-  } catch (...) {
-    replies_.take_back(errand);
-    throw;
-  }
+  issue(errand, true, [&errand] { errand.ask(); });
 }
 
 std::int64_t ServerEngine::next_due() {

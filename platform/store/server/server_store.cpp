@@ -56,6 +56,7 @@ ServerStore::ServerStore(std::string url, uv_loop_s* loop, const Address& addres
 }
 
 ServerStore::~ServerStore() {
+  close_publications();
   pipeline_.send_rest();
   router_->flush();
   router_->close();
@@ -73,16 +74,52 @@ void ServerStore::wake() noexcept {
 }
 
 void ServerStore::issue(Errand& errand, unsigned partition, std::string command) {
+  close_publications();
   pipeline_.issue(errand, partition, std::move(command));
   wake();
 }
 
 void ServerStore::issue(Errand& errand, Commands commands) {
+  close_publications();
   pipeline_.issue(errand, std::move(commands));
   wake();
 }
 
+void ServerStore::publish(Errand& errand, unsigned partition, const Publication& publication) {
+  if (publications_ != nullptr &&
+      (publications_->is_full() || publications_->partition() != partition)) {
+    close_publications();
+  }
+  if (publications_ == nullptr) {
+    publications_ = new Publications(partition);
+    publications_->hold();
+  }
+  publications_->add(errand, publication);
+  wake();
+}
+
+void ServerStore::close_publications() noexcept {
+  if (publications_ == nullptr) return;
+  Publications& closed = *std::exchange(publications_, nullptr);
+  const ErrandHold hold(closed);
+  closed.release();
+  if (closed.weight() == 0) return;  // there was no memory for the first
+  try {
+    pipeline_.issue(closed, closed.partition(), closed.command(place_));
+  } catch (const std::bad_alloc&) {
+    Outcome outcome;
+    outcome.kind = Outcome::Kind::kNotDone;
+    outcome.reason = "out of memory";
+    closed.finish(outcome);
+  }
+}
+
+std::size_t ServerStore::pending() const {
+  return pipeline_.pending() + (publications_ == nullptr ? 0 : publications_->weight());
+}
+
 void ServerStore::begin(const std::vector<std::shared_ptr<RemoteSubscription>>& subscriptions) {
+  close_publications();
   try {
     std::vector<Barrier::Step> steps;
     for (const auto& subscription : subscriptions) {
@@ -98,6 +135,7 @@ void ServerStore::begin(const std::vector<std::shared_ptr<RemoteSubscription>>& 
 }
 
 void ServerStore::end(const std::vector<std::shared_ptr<RemoteSubscription>>& subscriptions) {
+  close_publications();
   std::vector<Barrier::Step> steps;
   for (const auto& subscription : subscriptions) steps.push_back({subscription, false});
   pipeline_.add(std::move(steps));
@@ -106,13 +144,12 @@ void ServerStore::end(const std::vector<std::shared_ptr<RemoteSubscription>>& su
 }
 
 bool ServerStore::is_full() const {
-  return pipeline_.pending() >= Session::kMostWaiting ||
-         pipeline_.unsent_bytes() > kMostUnsentBytes;
+  return pending() >= Session::kMostWaiting || pipeline_.unsent_bytes() > kMostUnsentBytes;
 }
 
 Traffic ServerStore::traffic() const {
   Traffic traffic;
-  traffic.pending = pipeline_.pending();
+  traffic.pending = pending();
   traffic.unsent_bytes = pipeline_.unsent_bytes();
   traffic.reconnects = router_->reconnects() + stream_->reconnects();
   return traffic;
@@ -130,12 +167,14 @@ void ServerStore::flush() noexcept {
     stream_->pause(false);
   }
   sweeper_.run();
+  close_publications();
   pipeline_.pump();
   router_->flush();
   stream_->flush();
 }
 
 void ServerStore::advance_clock(std::int64_t microseconds) {
+  close_publications();
   clock_.advance(microseconds);
   place_.now_us = clock_.calendar();
   sweeper_.clock_moved();
@@ -165,7 +204,7 @@ void ServerStore::on_gap() noexcept { channels_.tell_gap(); }
 
 void ServerStore::show(std::FILE* out) const {
   std::fprintf(out, "store %s, %zu handles, %zu commands on their way, %zu bytes not yet sent\n",
-               without_password(url_).c_str(), sessions_.size(), pipeline_.pending(),
+               without_password(url_).c_str(), sessions_.size(), pending(),
                pipeline_.unsent_bytes());
   channels_.show(out);
 }

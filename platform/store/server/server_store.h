@@ -20,6 +20,7 @@
 #include "event_stream.h"
 #include "pipeline.h"
 #include "protocol.h"
+#include "publications.h"
 #include "router.h"
 #include "sweeper.h"
 
@@ -48,6 +49,7 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   // See Pipeline. They wake a handle, whose delivery then sends.
   void issue(Errand& errand, unsigned partition, std::string command);
   void issue(Errand& errand, Commands commands);
+  void publish(Errand& errand, unsigned partition, const Publication& publication);
   // Subscriptions begin and end with a barrier. They throw std::bad_alloc with nothing
   // changed.
   void begin(const std::vector<std::shared_ptr<RemoteSubscription>>& subscriptions);
@@ -81,6 +83,10 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   void on_gap() noexcept override;
   void on_stream_wake() noexcept override { wake(); }
 
+  // Sends the publications that wait for more to come.
+  void close_publications() noexcept;
+  std::size_t pending() const;
+
   // Whether a handle has more waiting than `most`.
   bool has_backlog(std::size_t most) const;
 
@@ -92,6 +98,7 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   std::unique_ptr<EventStream> stream_;
   Channels channels_;
   Pipeline pipeline_;
+  Publications* publications_ = nullptr;  // held; the last that was issued, if they are
   Sweeper sweeper_;
   bool is_paused_ = false;  // messages wait in the server
 };

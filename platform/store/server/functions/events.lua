@@ -133,12 +133,15 @@ local function refresh()
   end
 end
 
--- Takes up the object that a writing command is about.
-local function open(keys, args)
-  begin(args)
-  local name = keys[1]
+-- Takes up an object that a writing command is about.
+local function open_next(name)
   adopt(name, call('GET', name .. '!meta'))
   if deadline or more == 'fields' then refresh() end
+end
+
+local function open(keys, args)
+  begin(args)
+  open_next(keys[1])
 end
 
 local function all_fields_due()

@@ -78,13 +78,22 @@ writes('del', function(keys, args)
   return 1
 end, true)
 
--- The clients that heard it, on any level. The event comes complete but for its beginning, and with
--- the channels that it goes to: to ask who listens would take longer than to tell all of them.
+-- Several objects. The clients that heard each, on any level. The events come complete but for their
+-- beginning, and with the channels that they go to: to ask who listens would take longer than to
+-- tell all of them.
 writes('publish', function(keys, args)
-  open(keys, args)
-  local message = event_head(24) .. args[3]
-  local clients = 0
-  for i = 4, #args do clients = clients + call('PUBLISH', args[i], message) end
-  return clients
+  begin(args)
+  local heard = {}
+  local at = 3
+  for i = 1, #keys do
+    open_next(keys[i])
+    local message = event_head(24) .. args[at]
+    local last = at + 1 + args[at + 1]
+    local clients = 0
+    for channel = at + 2, last do clients = clients + call('PUBLISH', args[channel], message) end
+    heard[i] = clients
+    at = last + 1
+  end
+  return #keys == 1 and heard[1] or heard
 end, true)
 
