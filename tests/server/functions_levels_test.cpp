@@ -149,7 +149,7 @@ TEST_F(Functions, SeveralPublications) {
   requests.push_back(request(Command::kPublish, "Port", "device: 'b' number: 1 rx: 2"));
   requests.push_back(request(Command::kPublish, "Single", "text: 'x'"));
   requests.push_back(request(Command::kPublish, "Port", "device: 'a' number: 2 rx: 3"));
-  EXPECT_EQ(bench_.publish(requests), (Lines{"0 = 1", "0 = 0", "0 = 1", "0 = 1"}));
+  EXPECT_EQ(bench_.run_batch(requests), (Lines{"0 = 1", "0 = 0", "0 = 1", "0 = 1"}));
   EXPECT_EQ(told(), (Lines{"24 {device: \"a\" number: 1 rx: 1}", "24 {text: \"x\"}",
                            "24 {device: \"a\" number: 2 rx: 3}"}));
 }
@@ -161,7 +161,7 @@ TEST_F(Functions, WhatIsOverEndsBeforeItIsPublished) {
   expire(1000);
   pass(1000);
   told();
-  EXPECT_EQ(bench_.publish({port(Command::kPublish, "rx: 2"), port(Command::kPublish, "rx: 3")}),
+  EXPECT_EQ(bench_.run_batch({port(Command::kPublish, "rx: 2"), port(Command::kPublish, "rx: 3")}),
             (Lines{"0 = 1", "0 = 1"}));
   EXPECT_EQ(told(), (Lines{"0", "24 " + kA + " rx: 2}", "24 " + kA + " rx: 3}"}));
 }

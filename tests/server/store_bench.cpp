@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "batch.h"
 #include "identity.h"
 #include "message_bytes.h"
-#include "publications.h"
 #include "wire.h"
 
 namespace vu::testing {
@@ -120,12 +120,12 @@ StoreBench::~StoreBench() {
 Reply StoreBench::send(const std::string& command) { return ask(commands_, command); }
 
 std::string StoreBench::run(const Request& request) {
-  if (request.command == Command::kPublish) return publish({request}).front();
+  if (store::is_for_batch(request, place)) return run_batch({request}).front();
   const Reply reply = send(store::encode(request, place, -1));
   return show_outcome(request, *reply);
 }
 
-std::vector<std::string> StoreBench::publish(const std::vector<Request>& requests) {
+std::vector<std::string> StoreBench::run_batch(const std::vector<Request>& requests) {
   // Shows the outcome of one of them.
   struct Shown : store::Errand {
     Shown(const Request& its, std::vector<std::string>& lines)
@@ -137,12 +137,12 @@ std::vector<std::string> StoreBench::publish(const std::vector<Request>& request
     std::vector<std::string>& shown;
   };
   std::vector<std::string> shown;
-  auto& all = *new store::Publications(0);
+  auto& all = *new store::Batch(requests.front().command, 0);
   const store::ErrandHold hold(all);
   for (const Request& request : requests) {
-    all.add(*new Shown(request, shown), store::Publication(request, place));
+    all.add(*new Shown(request, shown), store::BatchPart(request, place));
   }
-  const Reply reply = send(all.command(place));
+  const Reply reply = send(all.text(place));
   store::Outcome outcome;
   outcome.reply = reply.get();
   all.finish(outcome);

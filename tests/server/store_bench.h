@@ -45,8 +45,8 @@ class StoreBench {
   Reply send(const std::string& command);
   // The finishing notice; the identities that it acted on in front of it, as text.
   std::string run(const Request& request);
-  // The same of several that are published with one command.
-  std::vector<std::string> publish(const std::vector<Request>& requests);
+  // The same of several with one command.
+  std::vector<std::string> run_batch(const std::vector<Request>& requests);
 
   // Watches a field, or with 0 the whole, of the objects that match the leading `level` key
   // components of the message.

@@ -278,26 +278,6 @@ void add_call(CommandText& text, const char* function, bool reads, std::string_v
   text.add(place.is_spread ? "1" : "");
 }
 
-// What get asks for without a function: the value, and beside it what tells whether it is one.
-void add_native_get(std::string& command, std::string_view key) {
-  constexpr std::string_view kBegin = "*4\r\n$4\r\nMGET\r\n";
-  command.resize(kBegin.size() + 3 * (key.size() + 40));
-  char* end = command.data();
-  const auto put = [&end](std::string_view bytes) {
-    end = std::copy(bytes.begin(), bytes.end(), end);
-  };
-  put(kBegin);
-  for (const std::string_view companion : {"", "!meta", "!live"}) {
-    put("$");
-    end = std::to_chars(end, end + 20, key.size() + companion.size()).ptr;
-    put("\r\n");
-    put(key);
-    put(companion);
-    put("\r\n");
-  }
-  command.resize(static_cast<std::size_t>(end - command.data()));
-}
-
 // Where a command on a level acts, and on which identities.
 void add_level(CommandText& text, const Request& request, const Place& place, int partition) {
   const bool reads = only_reads(request.command);
@@ -362,19 +342,12 @@ std::string encode(const Request& request, const Place& place, int partition) {
   }
   std::string key = take_text();
   make_object_key(key, place, request.db, *request.type, request.identity);
-  std::string command;
-  if (request.command == Command::kGet && place.now_us < 0) {
-    command = take_text();
-    add_native_get(command, key);
-  } else {
-    CommandText text(bytes_of(request));
-    add_call(text, function_of(request.command), only_reads(request.command), key, place);
-    if (is_on_a_level(request.command)) text.add("one").add("");
-    add_arguments(text, request);
-    command = text.text();
-  }
+  CommandText text(bytes_of(request));
+  add_call(text, function_of(request.command), only_reads(request.command), key, place);
+  if (is_on_a_level(request.command)) text.add("one").add("");
+  add_arguments(text, request);
   keep_text(std::move(key));
-  return command;
+  return text.text();
 }
 
 std::string encode_scan(const Request& request, const Place& place, int partition,

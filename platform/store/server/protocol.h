@@ -44,8 +44,9 @@ unsigned partition_of(std::int32_t db, const TypeInfo& type, std::string_view id
 bool is_on_one_partition(const Request& request);
 
 // The command for a request. `partition` counts for those that are on none in particular:
-// -1 for all of them at once. Requires: no scan, no subscription, nothing published (see
-// publications.h), and no zadd or zrem without members: those have no type, and their outcome is 0.
+// -1 for all of them at once. Requires: no scan, no subscription, nothing that is sent
+// with others (see batch.h), and no zadd or zrem without members: those have no type, and their
+// outcome is 0.
 std::string encode(const Request& request, const Place& place, int partition);
 bool only_reads(Command command);
 

@@ -35,8 +35,8 @@ std::int32_t ServerEngine::submit(Request& request) {
     answer(request);
   } else if (request.command == Command::kScan || request.command == Command::kScanIndex) {
     scan(request);
-  } else if (request.command == Command::kPublish) {
-    publish(request);
+  } else if (is_for_batch(request, store_->place())) {
+    send_with_others(request);
   } else {
     send(request);
   }
@@ -69,13 +69,13 @@ void ServerEngine::send(Request& request) {
   });
 }
 
-void ServerEngine::publish(Request& request) {
+void ServerEngine::send_with_others(Request& request) {
   const bool is_wanted = request.receiver.wanted();
   const int partition = store_->is_spread() ? store_->partition_for(request) : 0;
-  const Publication publication(request, store_->place());
+  const BatchPart part(request, store_->place());
   RequestErrand& errand = *new RequestErrand(store_->clock(), request, 1);
   issue(errand, is_wanted,
-        [&] { store_->publish(errand, static_cast<unsigned>(partition), publication); });
+        [&] { store_->issue(errand, request.command, static_cast<unsigned>(partition), part); });
 }
 
 // Has an errand issued, with a place among the replies where somebody waits for its own.

@@ -30,7 +30,7 @@ class ServerEngine : public Engine {
   void send(Request& request);
   void answer(Request& request);
   void scan(Request& request);
-  void publish(Request& request);
+  void send_with_others(Request& request);
   template <typename Issue>
   void issue(PlacedErrand& errand, bool is_wanted, Issue issue_it);
   void subscribe(const Request& request);

@@ -56,7 +56,7 @@ ServerStore::ServerStore(std::string url, uv_loop_s* loop, const Address& addres
 }
 
 ServerStore::~ServerStore() {
-  close_publications();
+  close_batch();
   pipeline_.send_rest();
   router_->flush();
   router_->close();
@@ -74,38 +74,36 @@ void ServerStore::wake() noexcept {
 }
 
 void ServerStore::issue(Errand& errand, unsigned partition, std::string command) {
-  close_publications();
+  close_batch();
   pipeline_.issue(errand, partition, std::move(command));
   wake();
 }
 
 void ServerStore::issue(Errand& errand, Commands commands) {
-  close_publications();
+  close_batch();
   pipeline_.issue(errand, std::move(commands));
   wake();
 }
 
-void ServerStore::publish(Errand& errand, unsigned partition, const Publication& publication) {
-  if (publications_ != nullptr &&
-      (publications_->is_full() || publications_->partition() != partition)) {
-    close_publications();
+void ServerStore::issue(Errand& errand, Command command, unsigned partition,
+                        const BatchPart& part) {
+  if (batch_ != nullptr && !batch_->takes(command, partition)) close_batch();
+  if (batch_ == nullptr) {
+    batch_ = new Batch(command, partition);
+    batch_->hold();
   }
-  if (publications_ == nullptr) {
-    publications_ = new Publications(partition);
-    publications_->hold();
-  }
-  publications_->add(errand, publication);
+  batch_->add(errand, part);
   wake();
 }
 
-void ServerStore::close_publications() noexcept {
-  if (publications_ == nullptr) return;
-  Publications& closed = *std::exchange(publications_, nullptr);
+void ServerStore::close_batch() noexcept {
+  if (batch_ == nullptr) return;
+  Batch& closed = *std::exchange(batch_, nullptr);
   const ErrandHold hold(closed);
   closed.release();
   if (closed.weight() == 0) return;  // there was no memory for the first
   try {
-    pipeline_.issue(closed, closed.partition(), closed.command(place_));
+    pipeline_.issue(closed, closed.partition(), closed.text(place_));
   } catch (const std::bad_alloc&) {
     Outcome outcome;
     outcome.kind = Outcome::Kind::kNotDone;
@@ -115,11 +113,11 @@ void ServerStore::close_publications() noexcept {
 }
 
 std::size_t ServerStore::pending() const {
-  return pipeline_.pending() + (publications_ == nullptr ? 0 : publications_->weight());
+  return pipeline_.pending() + (batch_ == nullptr ? 0 : batch_->weight());
 }
 
 void ServerStore::begin(const std::vector<std::shared_ptr<RemoteSubscription>>& subscriptions) {
-  close_publications();
+  close_batch();
   try {
     std::vector<Barrier::Step> steps;
     for (const auto& subscription : subscriptions) {
@@ -135,7 +133,7 @@ void ServerStore::begin(const std::vector<std::shared_ptr<RemoteSubscription>>& 
 }
 
 void ServerStore::end(const std::vector<std::shared_ptr<RemoteSubscription>>& subscriptions) {
-  close_publications();
+  close_batch();
   std::vector<Barrier::Step> steps;
   for (const auto& subscription : subscriptions) steps.push_back({subscription, false});
   pipeline_.add(std::move(steps));
@@ -167,14 +165,14 @@ void ServerStore::flush() noexcept {
     stream_->pause(false);
   }
   sweeper_.run();
-  close_publications();
+  close_batch();
   pipeline_.pump();
   router_->flush();
   stream_->flush();
 }
 
 void ServerStore::advance_clock(std::int64_t microseconds) {
-  close_publications();
+  close_batch();
   clock_.advance(microseconds);
   place_.now_us = clock_.calendar();
   sweeper_.clock_moved();

@@ -15,12 +15,12 @@
 #include "../engine.h"
 #include "../session.h"
 #include "address.h"
+#include "batch.h"
 #include "channels.h"
 #include "errand.h"
 #include "event_stream.h"
 #include "pipeline.h"
 #include "protocol.h"
-#include "publications.h"
 #include "router.h"
 #include "sweeper.h"
 
@@ -49,7 +49,8 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   // See Pipeline. They wake a handle, whose delivery then sends.
   void issue(Errand& errand, unsigned partition, std::string command);
   void issue(Errand& errand, Commands commands);
-  void publish(Errand& errand, unsigned partition, const Publication& publication);
+  // One of those that are sent together: see batch.h.
+  void issue(Errand& errand, Command command, unsigned partition, const BatchPart& part);
   // Subscriptions begin and end with a barrier. They throw std::bad_alloc with nothing
   // changed.
   void begin(const std::vector<std::shared_ptr<RemoteSubscription>>& subscriptions);
@@ -83,8 +84,8 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   void on_gap() noexcept override;
   void on_stream_wake() noexcept override { wake(); }
 
-  // Sends the publications that wait for more to come.
-  void close_publications() noexcept;
+  // Issues the batch that waits for more to come.
+  void close_batch() noexcept;
   std::size_t pending() const;
 
   // Whether a handle has more waiting than `most`.
@@ -98,7 +99,7 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   std::unique_ptr<EventStream> stream_;
   Channels channels_;
   Pipeline pipeline_;
-  Publications* publications_ = nullptr;  // held; the last that was issued, if they are
+  Batch* batch_ = nullptr;  // held; comes behind all that the pipeline has
   Sweeper sweeper_;
   bool is_paused_ = false;  // messages wait in the server
 };

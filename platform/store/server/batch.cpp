@@ -1,0 +1,155 @@
+#include "batch.h"
+
+#include <hiredis/hiredis.h>
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "../recycled.h"
+#include "command_text.h"
+#include "key_names.h"
+
+namespace vu::store {
+
+namespace {
+
+// Of a get: the value, and beside it what tells whether it is one.
+constexpr std::string_view kCompanions[] = {"", "!meta", "!live"};
+
+}  // namespace
+
+bool is_for_batch(const Request& request, const Place& place) {
+  // Where the time is not the server's, functions see what is over.
+  return request.command == Command::kPublish ||
+         (request.command == Command::kGet && place.now_us < 0);
+}
+
+BatchPart::BatchPart(const Request& request, const Place& place)
+    : keys_(take_text()), words_(take_text()) {
+  std::string key = take_text();
+  make_object_key(key, place, request.db, *request.type, request.identity);
+  if (request.command == Command::kGet) {
+    for (const std::string_view companion : kCompanions) {
+      append_head(keys_, '$', key.size() + companion.size());
+      keys_.append(key).append(companion).append("\r\n");
+    }
+    key_count_ = std::size(kCompanions);
+  } else {
+    append_word(keys_, key);
+    add_event(key, request, place);
+  }
+  keep_text(std::move(key));
+}
+
+BatchPart::~BatchPart() {
+  keep_text(std::move(keys_));
+  keep_text(std::move(words_));
+}
+
+// The event behind its time, and the channel of each level of the object under `key`.
+void BatchPart::add_event(std::string_view key, const Request& request, const Place& place) {
+  // "DB:TYPE:IDENTITY", whose beginnings up to each level are also those of the channels' names.
+  const std::string_view name = key.substr(key.find('}', place.prefix.size()) + 2);
+  std::size_t end = name.find(':') + 1 + request.type->name.size() + 1;
+  std::string text = take_text();
+  text.append("0 m ").append(name.substr(end)).append("\n ");
+  append_decimal(text, request.value.size());
+  text.append("\n").append(request.value);
+  append_word(words_, text);
+  const std::size_t channels = request.type->levels() + 1;
+  text.clear();
+  append_decimal(text, channels);
+  append_word(words_, text);
+  text.clear();
+  text.append(place.prefix).append(":o:");
+  end += text.size();
+  text.append(name);
+  for (std::size_t i = 0; i < channels; ++i) {
+    append_word(words_, std::string_view(text).substr(0, end));
+    end = text.find('/', end) + 1;
+  }
+  word_count_ = 2 + channels;
+  keep_text(std::move(text));
+}
+
+Batch::Batch(Command command, unsigned partition)
+    : Errand(store::only_reads(command)),
+      command_(command),
+      partition_(partition),
+      keys_(take_text()),
+      words_(take_text()) {
+  weight_ = 0;
+}
+
+Batch::~Batch() {
+  for (Errand* const errand : errands_) {
+    if (errand != nullptr) errand->release();
+  }
+  keep_text(std::move(keys_));
+  keep_text(std::move(words_));
+}
+
+bool Batch::takes(Command command, unsigned partition) const {
+  return command == command_ && partition == partition_ && weight() < kMost &&
+         keys_.size() + words_.size() < kMostBytes;
+}
+
+void Batch::add(Errand& errand, const BatchPart& part) {
+  // Where there are two, more may come.
+  if (weight() == 1) keys_.reserve(std::min(kMost * keys_.size(), kMostBytes));
+  const std::size_t size = keys_.size();
+  keys_.append(part.keys_);
+  try {
+    words_.append(part.words_);
+  } catch (...) {
+    keys_.resize(size);
+    throw;
+  }
+  errand.hold();
+  errands_[weight_++] = &errand;
+  key_count_ += part.key_count_;
+  word_count_ += part.word_count_;
+}
+
+std::string Batch::text(const Place& place) const {
+  std::string text = take_text();
+  text.reserve(128 + keys_.size() + words_.size());
+  if (command_ == Command::kGet) {
+    append_head(text, '*', 1 + key_count_);
+    append_word(text, "MGET");
+    return text.append(keys_);
+  }
+  append_head(text, '*', 3 + key_count_ + 2 + word_count_);
+  append_word(text, "FCALL");
+  append_word(text, "vu1_publish");
+  append_word(text, std::to_string(key_count_));
+  text.append(keys_);
+  append_word(text, place.now_us < 0 ? std::string() : std::to_string(place.now_us));
+  append_word(text, place.is_spread ? "1" : "");
+  return text.append(words_);
+}
+
+void Batch::finish(const Outcome& outcome) noexcept {
+  const redisReply* const all = outcome.kind == Outcome::Kind::kReply ? outcome.reply : nullptr;
+  const bool is_array = all != nullptr && all->type == REDIS_REPLY_ARRAY;
+  const bool has_values = is_array && command_ == Command::kGet && all->elements == key_count_;
+  const bool has_counts = is_array && command_ != Command::kGet && all->elements == weight();
+  for (std::size_t i = 0; i < weight(); ++i) {
+    Outcome its_own = outcome;
+    redisReply values = {};
+    if (has_values) {
+      values.type = REDIS_REPLY_ARRAY;
+      values.elements = std::size(kCompanions);
+      values.element = all->element + i * values.elements;
+      its_own.reply = &values;
+    } else if (has_counts) {
+      its_own.reply = all->element[i];
+    }
+    Errand* const errand = std::exchange(errands_[i], nullptr);
+    errand->finish(its_own);
+    errand->release();
+  }
+}
+
+}  // namespace vu::store
