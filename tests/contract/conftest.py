@@ -15,7 +15,13 @@ import store as harness  # noqa: E402
 
 
 # Commands on a level, scans and subscriptions go to several servers, and replies come from them.
-ON_CLUSTER = {"test_delivery.py", "test_levels.py", "test_scans.py", "test_subscriptions.py"}
+ON_CLUSTER = {
+    "test_delivery.py",
+    "test_in_a_row.py",
+    "test_levels.py",
+    "test_scans.py",
+    "test_subscriptions.py",
+}
 ALL_ON_CLUSTER = os.environ.get("VU_CONTRACT_ON_CLUSTER") == "all"
 SLOW = platform.machine().startswith("arm")  # a device, or an emulator
 

@@ -70,6 +70,11 @@ class Client(vu_mom.VuMom):
             self.requests.append("get")
             self.get(0, self.port, len(self.requests) - 1)
 
+    def tell(self, times=1):
+        """Publishes, which is not replied to and which no event of a write is taken for."""
+        for _ in range(times):
+            self.publish(0, self.port)
+
     def watch(self):
         self.is_watching = True
         self.subscribe(0, self.port, 3, "event")

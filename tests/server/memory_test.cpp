@@ -90,6 +90,8 @@ class NoMemoryTest : public ::testing::Test {
     process.ask(next_);
     if (prepare) prepare(process);
     events = {};
+    before_ = {};
+    accepted_before_ = 0;
 
     Told told;
     const std::function<bool()> is_done([&] {
@@ -115,6 +117,7 @@ class NoMemoryTest : public ::testing::Test {
     process.handle.close();
     process.handle.drain();
     EXPECT_EQ(told.ends, is_accepted ? 1 : 0);
+    EXPECT_EQ(before_.ends, accepted_before_);
     EXPECT_EQ(events.ends, 1);
     return has_failed;
   }
@@ -123,6 +126,9 @@ class NoMemoryTest : public ::testing::Test {
   const Live watched_ = port("device:'a' number:1 rx:1 note:'a note that is no small string'");
   const Live next_ = port("device:'next'");
   bool is_heard_ = false;
+  // Of what a command has sent before the request that is looked at.
+  Told before_;
+  int accepted_before_ = 0;
   // So long a request may take to end while memory fails; then there is memory again.
   unsigned without_memory_ms_ = 10;
 };
@@ -219,6 +225,28 @@ TEST_F(NoMemoryTest, WhatIsWrittenAndHeard) {
         return vu_mom_pdel(handle, 0, watched_, 1, on_last_reply, &told);
       },
       settled(fill));
+}
+
+// Such are sent together.
+TEST_F(NoMemoryTest, SeveralOfOneSort) {
+  Process process(server_.url());
+  process.handle.set(watched_);
+  process.ask(next_);
+  const auto three_times = [this](auto send) {
+    return [this, send](vu_mom_handle* handle, Told& told) {
+      for (int i = 0; i < 2; ++i) {
+        if (send(handle, before_) == VU_MOM_OK) ++accepted_before_;
+      }
+      return send(handle, told);
+    };
+  };
+  check("get, get, get", three_times([&](vu_mom_handle* handle, Told& told) {
+          return vu_mom_get(handle, 0, watched_, on_reply, &told);
+        }));
+  is_heard_ = true;
+  check("publish, publish, publish", three_times([&](vu_mom_handle* handle, Told& told) {
+          return vu_mom_publish(handle, 0, watched_, on_reply, &told);
+        }));
 }
 
 TEST_F(NoMemoryTest, WhileAConnectionIsMadeAgain) {

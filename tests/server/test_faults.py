@@ -66,6 +66,7 @@ def test_storm(name, server, clients):
             for _ in range(20):
                 client.count(5)
                 client.read(2)
+                client.tell(3)
                 clients.turn(0.005)
             if part == 1:
                 began = time.monotonic()
@@ -115,6 +116,19 @@ def test_lost_connections_are_counted(server, clients):
         assert counted("reconnects", "missed") == (2 * times, times)
     clients.finish()
     assert counted("reconnects", "missed", "pending", "unsent_bytes") == (4, 2, 0, 0)
+
+
+def test_each_request_under_way_is_counted(server, clients):
+    client = clients.open(server.url())
+    client.ask()
+    own = client.handle.stats()["pending"]  # the store asks for things itself
+    client.read(40)
+    client.count(2)
+    client.tell(3)
+    assert client.handle.stats()["pending"] == own + 45
+    client.settle()
+    clients.turn_until(lambda: client.handle.stats()["pending"] == 0)
+    clients.finish()
 
 
 def test_restarted_without_its_data(server, clients):
