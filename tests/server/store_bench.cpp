@@ -140,7 +140,9 @@ std::vector<std::string> StoreBench::run_batch(const std::vector<Request>& reque
   auto& all = *new store::Batch(requests.front().command, 0);
   const store::ErrandHold hold(all);
   for (const Request& request : requests) {
-    all.add(*new Shown(request, shown), store::BatchPart(request, place));
+    auto& one = *new Shown(request, shown);
+    const store::ErrandHold hold_one(one);
+    all.add(one, store::BatchPart(request, place));
   }
   const Reply reply = send(all.text(place));
   store::Outcome outcome;

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <string_view>
 
 #include "secrets.h"
@@ -80,7 +81,7 @@ std::int64_t microseconds(std::string_view text, const std::string& part) {
       !(seconds >= 0.001 && seconds <= kLongestTime)) {
     refuse(part + " " + in_quotes(text) + " is no number of seconds from 0.001 to 86400");
   }
-  return static_cast<std::int64_t>(seconds * 1e6 + 0.5);
+  return std::llround(seconds * 1e6);
 }
 
 Endpoint endpoint_of(std::string_view text, std::uint16_t default_port) {

@@ -34,6 +34,7 @@ class Channels {
   Channels(const Clock& clock, EventStream& stream) : clock_(clock), stream_(stream) {}
   Channels(const Channels&) = delete;
   Channels& operator=(const Channels&) = delete;
+  ~Channels() = default;
 
   // Adds a subscription, which hears nothing before its barrier. Throws std::bad_alloc
   // with nothing changed.
@@ -48,7 +49,7 @@ class Channels {
   void pass(const Barrier& barrier) noexcept;
 
   // Hands a message on to the channel's subscriptions.
-  void on_message(std::string_view channel, std::string_view message) noexcept;
+  void on_message(std::string_view name, std::string_view message) noexcept;
   // Tells every active subscription that events may be missing.
   void tell_gap() noexcept;
   // The same again for those who could not be told for lack of memory.

@@ -10,8 +10,8 @@
 
 namespace vu::store {
 
-// One command, or one to each of several partitions. Belongs to all who hold it; the
-// store does for each command that has no outcome yet.
+// One command, or one to each of several partitions. Belongs to all who hold it, first to
+// who made it; the store holds it for each command that has no outcome yet.
 class Errand {
  public:
   explicit Errand(bool only_reads) : only_reads_(only_reads) {}
@@ -36,17 +36,17 @@ class Errand {
   std::size_t weight_ = 1;
 
  private:
-  std::uint32_t holders_ = 0;
+  std::uint32_t holders_ = 1;
   const bool only_reads_;
 };
 
 // The commands of an errand, each with the partition that it goes to.
 using Commands = std::vector<std::pair<unsigned, std::string>>;
 
-// Holds an errand for as long as it lives.
+// Takes a hold over, as a maker's own, and gives it up where it ends.
 class ErrandHold {
  public:
-  explicit ErrandHold(Errand& errand) noexcept : errand_(errand) { errand_.hold(); }
+  explicit ErrandHold(Errand& errand) noexcept : errand_(errand) {}
   ~ErrandHold() { errand_.release(); }
   ErrandHold(const ErrandHold&) = delete;
   ErrandHold& operator=(const ErrandHold&) = delete;

@@ -32,7 +32,6 @@ void Pipeline::send(Errand& errand, unsigned partition, std::string command) {
 }
 
 void Pipeline::fail(Errand& errand, std::size_t commands, const char* reason) noexcept {
-  const ErrandHold hold(errand);
   Outcome outcome;
   outcome.kind = Outcome::Kind::kNotDone;
   outcome.reason = reason;
@@ -112,7 +111,6 @@ void Pipeline::send_first() noexcept {
   waiting_ -= count * entry.errand->weight();
   waiting_bytes_ -= size_of(entry.commands);
   const ErrandHold hold(*entry.errand);
-  entry.errand->release();
   if (waited_us_ - entry.issued > timeout_us_) {
     fail(*entry.errand, count, kWaitedTooLong);
   } else {

@@ -26,10 +26,11 @@ class Pipeline {
       : router_(router), channels_(channels), timeout_us_(timeout_us) {}
   Pipeline(const Pipeline&) = delete;
   Pipeline& operator=(const Pipeline&) = delete;
+  ~Pipeline() = default;
 
-  // Take on an errand: its one command, or all of them. Where memory is short they throw
-  // std::bad_alloc with nothing taken; several that are on their way in part go on with
-  // an outcome of their own for the rest.
+  // Take on an errand, which the caller holds: its one command, or all of them. Where memory is
+  // short they throw std::bad_alloc with nothing taken; several that are on their way in part go on
+  // with an outcome of their own for the rest.
   void issue(Errand& errand, unsigned partition, std::string command);
   void issue(Errand& errand, Commands commands);
 

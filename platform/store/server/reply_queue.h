@@ -43,6 +43,7 @@ class ReplyQueue {
   explicit ReplyQueue(Session& session) : session_(session) {}
   ReplyQueue(const ReplyQueue&) = delete;
   ReplyQueue& operator=(const ReplyQueue&) = delete;
+  ~ReplyQueue() = default;
 
   std::size_t size() const { return size_; }
 

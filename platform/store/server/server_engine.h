@@ -16,6 +16,8 @@ namespace vu::store {
 class ServerEngine : public Engine {
  public:
   ServerEngine(std::shared_ptr<ServerStore> store, Session& session);
+  ServerEngine(const ServerEngine&) = delete;
+  ServerEngine& operator=(const ServerEngine&) = delete;
   ~ServerEngine() override;
 
   std::int32_t submit(Request& request) override;

@@ -66,16 +66,12 @@ ScanErrand::ScanErrand(ServerStore& store, Request& request)
     : PlacedErrand(true),
       store_(store),
       request_(std::move(request)),
-      scan_(std::make_shared<Scan>()) {
+      scan_(std::make_shared<Scan>()),
+      goes_on_(store.is_spread() && store.partition_for(request_) < 0),
+      partition_(goes_on_ ? 0 : store.partition_for(request_)) {
   scan_->receiver = request_.receiver;
   scan_->errand = this;
   scan_->last = bare_reply(request_, store.clock());
-  partition_ = store.partition_for(request_);
-  goes_on_ = false;
-  if (partition_ < 0 && store.is_spread()) {
-    partition_ = 0;
-    goes_on_ = true;
-  }
 }
 
 ScanErrand::~ScanErrand() { scan_->errand = nullptr; }

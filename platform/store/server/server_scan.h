@@ -34,6 +34,8 @@ struct Scan {
 class ScanBatch : public Delivery {
  public:
   explicit ScanBatch(std::shared_ptr<Scan> scan) : scan_(std::move(scan)) {}
+  ScanBatch(const ScanBatch&) = delete;
+  ScanBatch& operator=(const ScanBatch&) = delete;
   ~ScanBatch() override;
 
   // The objects, and whether the scan ends behind them.
@@ -61,6 +63,8 @@ class ScanErrand final : public PlacedErrand {
  public:
   // Takes the request over. Throws std::bad_alloc.
   ScanErrand(ServerStore& store, Request& request);
+  ScanErrand(const ScanErrand&) = delete;
+  ScanErrand& operator=(const ScanErrand&) = delete;
 
   // Asks for the next batch. Throws std::bad_alloc, and then nothing was asked for.
   void ask();
@@ -80,8 +84,8 @@ class ScanErrand final : public PlacedErrand {
   ServerStore& store_;
   Request request_;
   std::shared_ptr<Scan> scan_;
+  bool goes_on_;          // from partition to partition
   int partition_;         // where it is; -1: everywhere at once
-  bool goes_on_;          // to the partitions behind that one
   std::string position_;  // empty: at the start
 };
 

@@ -90,7 +90,6 @@ void ServerStore::issue(Errand& errand, Command command, unsigned partition,
   if (batch_ != nullptr && !batch_->takes(command, partition)) close_batch();
   if (batch_ == nullptr) {
     batch_ = new Batch(command, partition);
-    batch_->hold();
   }
   batch_->add(errand, part);
   wake();
@@ -100,7 +99,6 @@ void ServerStore::close_batch() noexcept {
   if (batch_ == nullptr) return;
   Batch& closed = *std::exchange(batch_, nullptr);
   const ErrandHold hold(closed);
-  closed.release();
   if (closed.weight() == 0) return;  // there was no memory for the first
   try {
     pipeline_.issue(closed, closed.partition(), closed.text(place_));
@@ -120,6 +118,7 @@ void ServerStore::begin(const std::vector<std::shared_ptr<RemoteSubscription>>& 
   close_batch();
   try {
     std::vector<Barrier::Step> steps;
+    steps.reserve(subscriptions.size());
     for (const auto& subscription : subscriptions) {
       channels_.add(place_, subscription);
       steps.push_back({subscription, true});
@@ -135,6 +134,7 @@ void ServerStore::begin(const std::vector<std::shared_ptr<RemoteSubscription>>& 
 void ServerStore::end(const std::vector<std::shared_ptr<RemoteSubscription>>& subscriptions) {
   close_batch();
   std::vector<Barrier::Step> steps;
+  steps.reserve(subscriptions.size());
   for (const auto& subscription : subscriptions) steps.push_back({subscription, false});
   pipeline_.add(std::move(steps));
   for (const auto& subscription : subscriptions) subscription->is_ending = true;

@@ -16,6 +16,7 @@ class Sweeper {
   explicit Sweeper(ServerStore& store);
   Sweeper(const Sweeper&) = delete;
   Sweeper& operator=(const Sweeper&) = delete;
+  ~Sweeper() = default;
 
   // Asks for the lease, or sweeps, where it is time. Where the clock is stopped for tests
   // this process sweeps, lease or not, and only after the clock has moved.
