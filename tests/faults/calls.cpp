@@ -132,6 +132,7 @@ namespace {
 struct Objects {
   explicit Objects(va_list arguments, std::size_t limit = 8) {
     while (count < limit) {
+      // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the caller has begun it
       PyObject* const object = va_arg(arguments, PyObject*);
       if (object == nullptr) return;
       if (count == values.size()) std::abort();

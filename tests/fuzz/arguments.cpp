@@ -185,7 +185,7 @@ class Run {
   py::Owned list(const std::string& kind, const py::Owned& privdata);
   py::Owned any();
   PyObject* call(const Call& call);
-  void check_outcome(const Call& call, PyObject* result, std::int32_t status, bool failing,
+  void check_outcome(const Call& call, PyObject* result, std::int32_t status, bool disturbed,
                      const Sent& sent);
   void deliver(const Sent& sent);
   void deliver(const Sent& sent, std::size_t which);

@@ -186,7 +186,7 @@ Reply Model::zadd(std::int32_t db, const std::vector<double>& scores,
   });
 }
 
-Reply Model::take(const Place& place, Pairs pairs, int code, bool unordered) {
+Reply Model::take(const Place& place, const Pairs& pairs, int code, bool unordered) {
   if (pairs.empty()) return Reply::integer(0);
   Object& object = objects_.at(place);
   for (const auto& [score, member] : pairs) object.scores.erase(member);

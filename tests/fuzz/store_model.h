@@ -144,8 +144,8 @@ class Model {
   Reply sismember(std::int32_t db, const Message& message);
 
   Reply zadd(std::int32_t db, const std::vector<double>& scores,
-             const std::vector<const Message*>& messages);
-  Reply zrem(std::int32_t db, const std::vector<const Message*>& messages);
+             const std::vector<const Message*>& members);
+  Reply zrem(std::int32_t db, const std::vector<const Message*>& members);
   Reply zcard(std::int32_t db, const Message& message);
   Reply zrank(std::int32_t db, const Message& message);
   Reply zscore(std::int32_t db, const Message& message);
@@ -219,7 +219,7 @@ class Model {
   std::vector<Place> matching(std::int32_t db, const Message& message, std::uint32_t level) const;
   Object& store(const Place& place, const Message& message, const Fields& carried, int code,
                 bool quiet, const std::vector<std::uint32_t>& watched);
-  Reply take(const Place& place, std::vector<std::pair<double, std::string>> pairs, int code,
+  Reply take(const Place& place, const std::vector<std::pair<double, std::string>>& pairs, int code,
              bool unordered);
   Content content_of(const Object& object) const;
 
