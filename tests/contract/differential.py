@@ -1,9 +1,10 @@
 """Random commands to both engines at once: every reply and every event of the one must be
 that of the other.
 
-The test command runs a part. More of it, with other commands for each seed:
+The test command runs a part. More of it, with other commands for each seed, as they are carried
+out where a clock runs if the last word says so:
 
-    PYTHONPATH=build/host/python /usr/bin/python3 tests/contract/differential.py 100000 [SEED]
+    PYTHONPATH=build/host/python /usr/bin/python3 tests/contract/differential.py 100000 [SEED [running]]
 """
 
 import collections
@@ -16,11 +17,14 @@ import engines
 import store as harness
 from random_commands import HANDLES, batches
 
+ENDLESS: dict[str, Any] = {"leave_out": {"advance"}, "lifetimes": [600, 3600]}
+
+
 class Side:
     """One engine, with the replies and events of each step of the run."""
 
-    def __init__(self, engine):
-        self.store = harness.Store(engine)
+    def __init__(self, engine, clock_runs):
+        self.store = harness.Store(engine, clock_runs)
         self.clients = [self.store.open() for _ in range(HANDLES)]
         self.replies = []  # (inbox, command, arguments), of this batch
         self.watches = []  # inboxes
@@ -130,12 +134,13 @@ def do_both(sides, step):
             side.store.drive()
 
 
-def run(made, commands, seed):
-    """Runs as many commands on both engines. `made` are the two."""
+def run(made, commands, seed, clock_runs=False):
+    """Runs as many commands on both engines. `made` are the two. Where the clock runs, nothing
+    ends by itself."""
     done = 0
-    source = batches(seed)
+    source = batches(seed, **(ENDLESS if clock_runs else {}))
     while done < commands:
-        sides = [Side(engine) for engine in made]
+        sides = [Side(engine, clock_runs) for engine in made]
         for batch in itertools.islice(source, 100):  # then new stores
             for step in batch:
                 do_both(sides, step)
@@ -151,10 +156,11 @@ def run(made, commands, seed):
 def main(argv):
     commands = int(argv[1]) if len(argv) > 1 else 100000
     seed = int(argv[2]) if len(argv) > 2 else int(time.time())
+    clock_runs = argv[3:] == ["running"]
     made: list[Any] = [engines.EmbeddedEngine(), engines.ServerEngine()]
     begin = time.monotonic()
     try:
-        done = run(made, commands, seed)
+        done = run(made, commands, seed, clock_runs)
     finally:
         for engine in made:
             engine.stop()

@@ -205,10 +205,15 @@ for _command in COMMANDS:
 
 
 class Store:
-    """A store that nobody has used, and an event loop to drive its handles."""
+    """A store that nobody has used, and an event loop to drive its handles.
 
-    def __init__(self, engine):
+    Its clock stands still unless `clock_runs`: then what needs no time goes the ways that it
+    goes outside of tests.
+    """
+
+    def __init__(self, engine, clock_runs=False):
         self.engine = engine
+        self.clock_runs = clock_runs
         self.address = engine.fresh_store()
         self.loop = vu_thread.VuThreadMaster()
         self.handles = []
@@ -226,7 +231,8 @@ class Store:
         """A client on a new handle."""
         handle = vu_global.VuGlobal(thread_master=self.loop, store=address or self.address)
         self.handles.append(handle)
-        handle._advance_clock(0)
+        if not self.clock_runs:
+            handle._advance_clock(0)
         return Client(self, handle)
 
     def turn(self):

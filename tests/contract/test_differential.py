@@ -21,9 +21,10 @@ def both():
         engine.stop()
 
 
+@pytest.mark.parametrize("clock_runs", [False, True])
 @pytest.mark.parametrize("seed", [1, 2])
-def test_no_difference(both, seed):
-    assert differential.run(both, COMMANDS // 2, seed) >= COMMANDS // 2
+def test_no_difference(both, seed, clock_runs):
+    assert differential.run(both, COMMANDS // 4, seed, clock_runs) >= COMMANDS // 4
 
 
 def test_a_difference_is_found(both, monkeypatch):

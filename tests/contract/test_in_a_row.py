@@ -1,9 +1,17 @@
 """Many commands of one sort that follow each other in one turn, which may be carried out together:
 each has its own reply and its own place in the order."""
 
+import pytest
+
 from messages import port
 
 MANY = 100
+
+
+@pytest.fixture(params=[False, True], ids=["clock stands", "clock runs"])
+def client(store, request):
+    store.clock_runs = request.param
+    return store.open()
 
 
 def test_gets_of_what_there_is_and_is_not(client, store):
@@ -34,8 +42,8 @@ def test_what_is_large_among_what_is_small(client, store):
         client.publish(0, port(slot=number, name="y" * size))
     store.drive()
     assert [len(msg.result.name) for [msg] in inboxes] == sizes
-    published = [event.result.name for event in whole if event.type_code == 24]
-    assert published == ["y" * size for size in sizes]
+    published = {event.key[2]: event.result.name for event in whole if event.type_code == 24}
+    assert published == {number: "y" * size for number, size in enumerate(sizes)}
 
 
 def test_publications_are_heard_one_by_one(client, store):
