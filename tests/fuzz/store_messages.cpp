@@ -1,6 +1,7 @@
 #include "store_messages.h"
 
 #include <algorithm>
+#include <deque>
 #include <map>
 #include <memory>
 
@@ -202,10 +203,11 @@ std::vector<Type> make_types() {
 }
 
 std::vector<Group> make_groups() {
+  static auto* const names = new std::deque<Name>();  // for the whole process
   std::vector<Group> all;
   for (const Texts& texts : kGroups) {
     const Description& description = kTypes[texts.type];
-    auto* const name = new Name();
+    Name* const name = &names->emplace_back();
     name->type = texts.type;
     Group group;
     for (const char* const content : texts.contents) {

@@ -25,12 +25,12 @@ class BacklogTest : public ::testing::Test {
 
   // Events of one object whose times count up from 1.
   void publish(int count) {
-    EXPECT_EQ(server_.call({"EVAL",
-                            "for time = 1, ARGV[1] do\n"
-                            "  redis.call('PUBLISH', KEYS[1], '1 29 ' .. time .. ' 0 n a/1/\\n')\n"
-                            "end\n"
-                            "return 'published'",
-                            "1", "vu:o:0:acme.net.Port:", std::to_string(count)}),
+    constexpr const char* kScript = R"(
+        for time = 1, ARGV[1] do
+          redis.call('PUBLISH', KEYS[1], '1 29 ' .. time .. ' 0 n a/1/\n')
+        end
+        return 'published')";
+    EXPECT_EQ(server_.call({"EVAL", kScript, "1", "vu:o:0:acme.net.Port:", std::to_string(count)}),
               "published");
   }
   std::size_t waiting() const { return process_.handle.handle()->waiting(); }

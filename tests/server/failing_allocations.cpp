@@ -41,12 +41,10 @@ void* __libc_calloc(std::size_t count, std::size_t size);  // NOLINT
 void* __libc_realloc(void* block, std::size_t size);       // NOLINT
 
 void* malloc(std::size_t size) { return fails() ? nullptr : __libc_malloc(size); }
-void* calloc(std::size_t count, std::size_t size) {
-  return fails() ? nullptr : __libc_calloc(count, size);
+void* calloc(std::size_t nmemb, std::size_t size) {
+  return fails() ? nullptr : __libc_calloc(nmemb, size);
 }
-void* realloc(void* block, std::size_t size) {
-  return fails() ? nullptr : __libc_realloc(block, size);
-}
+void* realloc(void* ptr, std::size_t size) { return fails() ? nullptr : __libc_realloc(ptr, size); }
 }
 
 #else
