@@ -9,9 +9,11 @@ namespace vu::store {
 
 namespace {
 
-constexpr std::size_t kMostRoom = 512;  // of a text that is kept
+constexpr std::size_t kMostRoom = 4096;            // of a text that is kept
+constexpr std::size_t kAllRoom = 512 * kMostKept;  // of all of them
 
 std::vector<std::string>* kept_texts = nullptr;  // never destroyed
+std::size_t kept_room = 0;
 
 }  // namespace
 
@@ -41,12 +43,15 @@ std::string take_text() {
   if (kept_texts->empty()) return {};
   std::string text = std::move(kept_texts->back());
   kept_texts->pop_back();
+  kept_room -= text.capacity();
   return text;
 }
 
 void keep_text(std::string text) noexcept {
   if (kept_texts == nullptr || kept_texts->size() == kept_texts->capacity()) return;
-  if (text.capacity() > kMostRoom) return;
+  const std::size_t room = text.capacity();
+  if (room == std::string().capacity() || room > kMostRoom || kept_room + room > kAllRoom) return;
+  kept_room += room;
   text.clear();
   kept_texts->push_back(std::move(text));
 }

@@ -53,21 +53,31 @@ TEST(RecycledTest, KeepsNoMemoryOfAnotherSize) {
   EXPECT_EQ(count_without_memory(make), 0u);
 }
 
-TEST(RecycledTest, KeepsTextsUpToALimitAndNoLargeOnes) {
-  const std::string usual(300, 'x');
+// How many texts of this size are kept of many that are given, and of larger ones.
+std::size_t count_kept(std::size_t size) {
   {
     std::vector<std::string> left;  // by other tests, of whatever size
     for (std::size_t i = 0; i < store::kMostKept; ++i) left.push_back(store::take_text());
   }
+  const std::string usual(size, 'x');
+  store::keep_text({});
   for (std::size_t i = 0; i < store::kMostKept + 5; ++i) store::keep_text(std::string(usual));
   store::keep_text(std::string(5000, 'x'));
-  const std::size_t kept = count_without_memory([&] {
+  return count_without_memory([&] {
     std::string text = store::take_text();
     EXPECT_EQ(text, "");
     text.append(usual);
     return text;
   });
-  EXPECT_EQ(kept, store::kMostKept);
+}
+
+TEST(RecycledTest, KeepsTextsUpToALimitAndNoLargeOnes) {
+  EXPECT_EQ(count_kept(300), store::kMostKept);
+}
+
+TEST(RecycledTest, KeepsFewerTextsWhereTheyAreLarger) {
+  EXPECT_EQ(count_kept(4096), store::kMostKept / 8);
+  EXPECT_EQ(count_kept(512), store::kMostKept) << "when those were taken";
 }
 
 }  // namespace

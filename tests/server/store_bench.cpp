@@ -144,7 +144,7 @@ std::vector<std::string> StoreBench::run_batch(const std::vector<Request>& reque
     const store::ErrandHold hold_one(one);
     all.add(one, store::BatchPart(request, place));
   }
-  const Reply reply = send(all.text(place));
+  const Reply reply = send(all.take_command(place));
   store::Outcome outcome;
   outcome.reply = reply.get();
   all.finish(outcome);

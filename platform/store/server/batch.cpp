@@ -3,6 +3,7 @@
 #include <hiredis/hiredis.h>
 
 #include <algorithm>
+#include <charconv>
 #include <string_view>
 #include <utility>
 
@@ -25,16 +26,11 @@ bool is_for_batch(const Request& request, const Place& place) {
          (request.command == Command::kGet && place.now_us < 0);
 }
 
-BatchPart::BatchPart(const Request& request, const Place& place)
-    : keys_(take_text()), words_(take_text()) {
+BatchPart::BatchPart(const Request& request, const Place& place) : keys_(take_text()) {
   std::string key = take_text();
   make_object_key(key, place, request.db, *request.type, request.identity);
   if (request.command == Command::kGet) {
-    for (const std::string_view companion : kCompanions) {
-      append_head(keys_, '$', key.size() + companion.size());
-      keys_.append(key).append(companion).append("\r\n");
-    }
-    key_count_ = std::size(kCompanions);
+    add_names(key);
   } else {
     append_word(keys_, key);
     add_event(key, request, place);
@@ -47,11 +43,32 @@ BatchPart::~BatchPart() {
   keep_text(std::move(words_));
 }
 
+// What a get asks for.
+void BatchPart::add_names(std::string_view key) {
+  constexpr std::size_t kRoom = 40;  // for a head, the longest companion, the end
+  keys_.resize(std::size(kCompanions) * (key.size() + kRoom));
+  char* end = keys_.data();
+  const auto put = [&end](std::string_view bytes) {
+    end = std::copy(bytes.begin(), bytes.end(), end);
+  };
+  for (const std::string_view companion : kCompanions) {
+    put("$");
+    end = std::to_chars(end, end + 20, key.size() + companion.size()).ptr;
+    put("\r\n");
+    put(key);
+    put(companion);
+    put("\r\n");
+  }
+  keys_.resize(static_cast<std::size_t>(end - keys_.data()));
+  key_count_ = std::size(kCompanions);
+}
+
 // The event behind its time, and the channel of each level of the object under `key`.
 void BatchPart::add_event(std::string_view key, const Request& request, const Place& place) {
   // "DB:TYPE:IDENTITY", whose beginnings up to each level are also those of the channels' names.
   const std::string_view name = key.substr(key.find('}', place.prefix.size()) + 2);
   std::size_t end = name.find(':') + 1 + request.type->name.size() + 1;
+  words_ = take_text();
   std::string text = take_text();
   text.append("0 m ").append(name.substr(end)).append("\n ");
   append_decimal(text, request.value.size());
@@ -97,7 +114,10 @@ bool Batch::takes(Command command, unsigned partition) const {
 
 void Batch::add(Errand& errand, const BatchPart& part) {
   // Where there are two, more may come.
-  if (weight() == 1) keys_.reserve(std::min(kMost * keys_.size(), kMostBytes));
+  if (weight() == 1) {
+    keys_.reserve(std::min(kMost * keys_.size() + kFront, kMostBytes));
+    words_.reserve(std::min(kMost * words_.size(), kMostBytes));
+  }
   const std::size_t size = keys_.size();
   keys_.append(part.keys_);
   try {
@@ -112,22 +132,22 @@ void Batch::add(Errand& errand, const BatchPart& part) {
   word_count_ += part.word_count_;
 }
 
-std::string Batch::text(const Place& place) const {
-  std::string text = take_text();
-  text.reserve(128 + keys_.size() + words_.size());
+std::string Batch::take_command(const Place& place) {
+  std::string front;
   if (command_ == Command::kGet) {
-    append_head(text, '*', 1 + key_count_);
-    append_word(text, "MGET");
-    return text.append(keys_);
+    append_head(front, '*', 1 + key_count_);
+    append_word(front, "MGET");
+  } else {
+    append_head(front, '*', 3 + key_count_ + 2 + word_count_);
+    append_word(front, "FCALL");
+    append_word(front, "vu1_publish");
+    append_word(front, std::to_string(key_count_));
+    append_word(keys_, place.now_us < 0 ? std::string() : std::to_string(place.now_us));
+    append_word(keys_, place.is_spread ? "1" : "");
+    keys_.append(words_);
   }
-  append_head(text, '*', 3 + key_count_ + 2 + word_count_);
-  append_word(text, "FCALL");
-  append_word(text, "vu1_publish");
-  append_word(text, std::to_string(key_count_));
-  text.append(keys_);
-  append_word(text, place.now_us < 0 ? std::string() : std::to_string(place.now_us));
-  append_word(text, place.is_spread ? "1" : "");
-  return text.append(words_);
+  keys_.insert(0, front);
+  return std::move(keys_);
 }
 
 void Batch::finish(const Outcome& outcome) noexcept {

@@ -26,6 +26,7 @@ class BatchPart {
  private:
   friend class Batch;
 
+  void add_names(std::string_view key);
   void add_event(std::string_view key, const Request& request, const Place& place);
 
   std::string keys_;   // in the protocol's bytes
@@ -45,13 +46,15 @@ class Batch final : public Errand {
   // Holds the errand until its outcome is told. Throws std::bad_alloc with nothing changed.
   // Requires: the batch takes it.
   void add(Errand& errand, const BatchPart& part);
-  std::string text(const Place& place) const;
+  // The whole, which is then sent. Throws std::bad_alloc.
+  std::string take_command(const Place& place);
 
   void finish(const Outcome& outcome) noexcept override;
 
  private:
   static constexpr std::size_t kMost = 16;
   static constexpr std::size_t kMostBytes = std::size_t{64} << 10;
+  static constexpr std::size_t kFront = 32;  // what stands in front of the keys of a get
 
   ~Batch() override;
 

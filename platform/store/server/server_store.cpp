@@ -101,7 +101,7 @@ void ServerStore::close_batch() noexcept {
   const ErrandHold hold(closed);
   if (closed.weight() == 0) return;  // there was no memory for the first
   try {
-    pipeline_.issue(closed, closed.partition(), closed.text(place_));
+    pipeline_.issue(closed, closed.partition(), closed.take_command(place_));
   } catch (const std::bad_alloc&) {
     Outcome outcome;
     outcome.kind = Outcome::Kind::kNotDone;
