@@ -123,12 +123,13 @@ TEST_F(Layout, OfEventsIsFixed) {
   run(request(Command::kIncr, "Port", "device: 'a/b' number: 7"));
   Request removed = request(Command::kPexpire, "Port", "device: 'a/b' number: 7");
   run(removed);
+  const std::string changed =
+      "1 3 1700000000000000 0 v a%2Fb/7/\nold 2\n\x18\x05"
+      "new 4\n\x18\x05\x30\x01";
   EXPECT_EQ(bench_.heard(), (Lines{"1 1 1700000000000000 0 m a%2Fb/7/\n 2\n\x18\x05",
                                    "1 1 1700000000000000 0 v a%2Fb/7/\nnew 2\n\x18\x05",
                                    "1 3 1700000000000000 0 m a%2Fb/7/\n 4\n\x18\x05\x30\x01",
-                                   "1 3 1700000000000000 0 v a%2Fb/7/\nold 2\n\x18\x05"
-                                   "new 4\n\x18\x05\x30\x01",
-                                   "1 0 1700000000000000 0 n a%2Fb/7/\n",
+                                   changed, "1 0 1700000000000000 0 n a%2Fb/7/\n",
                                    "1 0 1700000000000000 0 v a%2Fb/7/\nold 4\n\x18\x05\x30\x01"}));
 }
 

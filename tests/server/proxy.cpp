@@ -34,8 +34,9 @@ bool send_all(int to, const char* bytes, std::size_t size) {
 }  // namespace
 
 Proxy::Proxy(const std::string& server)
-    : socket_(directory_.path() + "/proxy.sock"), server_(server) {
-  listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    : socket_(directory_.path() + "/proxy.sock"),
+      server_(server),
+      listener_(socket(AF_UNIX, SOCK_STREAM, 0)) {
   const sockaddr_un address = address_of(socket_);
   if (bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
       listen(listener_, 16) != 0) {

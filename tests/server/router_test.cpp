@@ -51,7 +51,8 @@ TEST_F(RouterTest, PassesErrorsOfTheServer) {
 
 TEST_F(RouterTest, MovesLargeValues) {
   Client client(server().url());
-  const std::string large(20'000'000, 'x');
+  std::string large;
+  large.resize(20'000'000, 'x');
   const int set = client.send({"SET", "large", large});
   const int get = client.send({"GET", "large"}, true);
   const int push = client.push("behind");
