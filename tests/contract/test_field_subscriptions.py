@@ -216,7 +216,10 @@ def test_levels(client, store, level, count):
     client.hmset(1, port("a", 1, 1, name="x"), [NAME])
     client.set(0, settings(mode="x"))
     store.drive()
-    assert [event.key for event in watch] == places[:count]
+    told = [event.key for event in watch]
+    if not store.engine.orders_objects:
+        told.sort()
+    assert told == places[:count]
 
 
 def test_each_field_has_its_own_function_and_argument(client, store):
