@@ -83,14 +83,26 @@ end, true)
 -- tell all of them.
 writes('publish', function(keys, args)
   begin(args)
+  local metas = {}
+  for i = 1, #keys do metas[i] = keys[i] .. '!meta' end
+  metas = call('MGET', unpack(metas))
+  local head = event_head(24)
   local heard = {}
+  local silent = {}  -- channels that nobody listens to
   local at = 3
   for i = 1, #keys do
-    open_next(keys[i])
-    local message = event_head(24) .. args[at]
+    if metas[i] then open_next(keys[i]) end
+    local message = head .. args[at]
     local last = at + 1 + args[at + 1]
     local clients = 0
-    for channel = at + 2, last do clients = clients + call('PUBLISH', args[channel], message) end
+    for place = at + 2, last do
+      local channel = args[place]
+      if not silent[channel] then
+        local count = call('PUBLISH', channel, message)
+        clients = clients + count
+        if count == 0 and not spread then silent[channel] = true end
+      end
+    end
     heard[i] = clients
     at = last + 1
   end
