@@ -39,6 +39,8 @@ class Batch final : public Errand {
  public:
   // For requests with this command, on one partition where the store is spread.
   Batch(Command command, unsigned partition);
+  Batch(const Batch&) = delete;
+  Batch& operator=(const Batch&) = delete;
 
   bool takes(Command command, unsigned partition) const;
   unsigned partition() const { return partition_; }
