@@ -107,9 +107,8 @@ Batch::~Batch() {
   keep_text(std::move(words_));
 }
 
-bool Batch::takes(Command command, unsigned partition) const {
-  return command == command_ && partition == partition_ && weight() < kMost &&
-         keys_.size() + words_.size() < kMostBytes;
+bool Batch::takes(Command command) const {
+  return command == command_ && weight() < kMost && keys_.size() + words_.size() < kMostBytes;
 }
 
 void Batch::add(Errand& errand, const BatchPart& part) {

@@ -37,12 +37,12 @@ class BatchPart {
 
 class Batch final : public Errand {
  public:
-  // For requests with this command, on one partition where the store is spread.
+  // For requests with this command; the partition is that of the first.
   Batch(Command command, unsigned partition);
   Batch(const Batch&) = delete;
   Batch& operator=(const Batch&) = delete;
 
-  bool takes(Command command, unsigned partition) const;
+  bool takes(Command command) const;
   unsigned partition() const { return partition_; }
 
   // Holds the errand until its outcome is told. Throws std::bad_alloc with nothing changed.

@@ -87,11 +87,12 @@ void ServerStore::issue(Errand& errand, Commands commands) {
 
 void ServerStore::issue(Errand& errand, Command command, unsigned partition,
                         const BatchPart& part) {
-  if (batch_ != nullptr && !batch_->takes(command, partition)) close_batch();
+  if (batch_ != nullptr && !batch_->takes(command)) close_batch();
   if (batch_ == nullptr) {
     batch_ = new Batch(command, partition);
   }
   batch_->add(errand, part);
+  if (is_spread()) close_batch();  // a command on several keys has to wait while they move
   wake();
 }
 
