@@ -161,6 +161,12 @@ TEST_F(NoMemoryTest, WhatIsAsked) {
   check("pexpire", [&](vu_mom_handle* handle, Told& told) {
     return vu_mom_pexpire(handle, 0, watched_, 1, 100, 0, on_last_reply, &told);
   });
+  check("pexpire_fields", [&](vu_mom_handle* handle, Told& told) {
+    return vu_mom_pexpire_fields(handle, 0, hash, 2, tags, 2, 100, 0, on_last_reply, &told);
+  });
+  check("del_expire", [&](vu_mom_handle* handle, Told& told) {
+    return vu_mom_del_expire(handle, 0, hash, 2, on_last_reply, &told);
+  });
   check("scan", [&](vu_mom_handle* handle, Told& told) {
     return vu_mom_scan(handle, 0, next_, 0, on_scanned, &told);
   });
@@ -280,6 +286,20 @@ TEST_F(NoMemoryTest, ASubscriptionBeginsAndEnds) {
     vu_platform_deliver(handle, 1000);
     const Spared spared;
     return vu_mom_unsubscribe(handle, 0, next_, 1, nullptr, nullptr);
+  });
+}
+
+TEST_F(NoMemoryTest, ASubscriptionOfAFieldBeginsAndEnds) {
+  const std::size_t tag = 3;
+  const vu_mom_stream_cb callback = on_event;
+  check("subscribe_field", [&](vu_mom_handle* handle, Told& told) {
+    void* privdata = &told;
+    const std::int32_t status =
+        vu_mom_subscribe_field(handle, 0, next_, 2, &tag, &callback, &privdata, 1);
+    if (status != VU_MOM_OK) return status;
+    vu_platform_deliver(handle, 1000);
+    const Spared spared;
+    return vu_mom_unsubscribe_field(handle, 0, next_, 2, &tag, nullptr, nullptr, 1);
   });
 }
 
