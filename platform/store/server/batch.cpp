@@ -139,7 +139,7 @@ std::string Batch::take_command(const Place& place) {
   } else {
     append_head(front, '*', 3 + key_count_ + 2 + word_count_);
     append_word(front, "FCALL");
-    append_word(front, "vu1_publish");
+    append_word(front, "vu2_publish");
     append_word(front, std::to_string(key_count_));
     append_word(keys_, place.now_us < 0 ? std::string() : std::to_string(place.now_us));
     append_word(keys_, place.is_spread ? "1" : "");

@@ -18,87 +18,87 @@ namespace {
 const char* function_of(Command command) {
   switch (command) {
     case Command::kGet:
-      return "vu1_get";
+      return "vu2_get";
     case Command::kIncr:
-      return "vu1_incr";
+      return "vu2_incr";
     case Command::kSetnx:
-      return "vu1_setnx";
+      return "vu2_setnx";
     case Command::kSet:
-      return "vu1_set";
+      return "vu2_set";
     case Command::kSetow:
-      return "vu1_setow";
+      return "vu2_setow";
     case Command::kDelow:
-      return "vu1_delow";
+      return "vu2_delow";
     case Command::kDel:
-      return "vu1_del";
+      return "vu2_del";
     case Command::kHmset:
-      return "vu1_hmset";
+      return "vu2_hmset";
     case Command::kHmsetnx:
-      return "vu1_hmsetnx";
+      return "vu2_hmsetnx";
     case Command::kHmupdate:
-      return "vu1_hmupdate";
+      return "vu2_hmupdate";
     case Command::kHmget:
     case Command::kHgetall:
-      return "vu1_hmget";
+      return "vu2_hmget";
     case Command::kScan:
     case Command::kScanIndex:
-      return "vu1_scan";
+      return "vu2_scan";
     case Command::kLpush:
-      return "vu1_lpush";
+      return "vu2_lpush";
     case Command::kRpush:
-      return "vu1_rpush";
+      return "vu2_rpush";
     case Command::kLpop:
-      return "vu1_lpop";
+      return "vu2_lpop";
     case Command::kRpop:
-      return "vu1_rpop";
+      return "vu2_rpop";
     case Command::kLlen:
-      return "vu1_llen";
+      return "vu2_llen";
     case Command::kLset:
-      return "vu1_lset";
+      return "vu2_lset";
     case Command::kLrem:
-      return "vu1_lrem";
+      return "vu2_lrem";
     case Command::kLinsert:
-      return "vu1_linsert";
+      return "vu2_linsert";
     case Command::kLrange:
-      return "vu1_lrange";
+      return "vu2_lrange";
     case Command::kSadd:
-      return "vu1_sadd";
+      return "vu2_sadd";
     case Command::kSrem:
-      return "vu1_srem";
+      return "vu2_srem";
     case Command::kSmembers:
-      return "vu1_smembers";
+      return "vu2_smembers";
     case Command::kScard:
-      return "vu1_scard";
+      return "vu2_scard";
     case Command::kSismember:
-      return "vu1_sismember";
+      return "vu2_sismember";
     case Command::kZadd:
-      return "vu1_zadd";
+      return "vu2_zadd";
     case Command::kZrem:
-      return "vu1_zrem";
+      return "vu2_zrem";
     case Command::kZcard:
-      return "vu1_zcard";
+      return "vu2_zcard";
     case Command::kZrank:
-      return "vu1_zrank";
+      return "vu2_zrank";
     case Command::kZscore:
-      return "vu1_zscore";
+      return "vu2_zscore";
     case Command::kZcount:
-      return "vu1_zcount";
+      return "vu2_zcount";
     case Command::kZrange:
-      return "vu1_zrange";
+      return "vu2_zrange";
     case Command::kZrangebyscore:
-      return "vu1_zrangebyscore";
+      return "vu2_zrangebyscore";
     case Command::kZremrangebyscore:
-      return "vu1_zremrangebyscore";
+      return "vu2_zremrangebyscore";
     case Command::kZremrangebyrank:
-      return "vu1_zremrangebyrank";
+      return "vu2_zremrangebyrank";
     case Command::kPexpire:
-      return "vu1_pexpire";
+      return "vu2_pexpire";
     case Command::kPexpireFields:
-      return "vu1_pexpire_fields";
+      return "vu2_pexpire_fields";
     case Command::kDelExpire:
-      return "vu1_del_expire";
+      return "vu2_del_expire";
     case Command::kPdel:
-      return "vu1_pdel";
+      return "vu2_pdel";
     case Command::kPublish:
     case Command::kSubscribe:
     case Command::kUnsubscribe:
@@ -362,7 +362,7 @@ std::string encode_scan(const Request& request, const Place& place, int partitio
 std::string encode_sweep(const Place& place, int partition, std::uint32_t most) {
   CommandText text(256);
   const auto at = static_cast<unsigned>(partition < 0 ? 0 : partition);
-  add_call(text, "vu1_sweep", false, partition_key(place, at, "due"), place);
+  add_call(text, "vu2_sweep", false, partition_key(place, at, "due"), place);
   text.add(partition < 0 ? "all" : "partition").add_integer(most);
   return text.text();
 }
@@ -371,7 +371,7 @@ std::string encode_lease(const Place& place, int partition, std::string_view hol
                          std::uint32_t milliseconds) {
   CommandText text(256);
   const auto at = static_cast<unsigned>(partition < 0 ? 0 : partition);
-  add_call(text, "vu1_lease", false, partition_key(place, at, "lease"), place);
+  add_call(text, "vu2_lease", false, partition_key(place, at, "lease"), place);
   text.add(holder).add_integer(milliseconds);
   return text.text();
 }

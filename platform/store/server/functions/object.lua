@@ -1,4 +1,4 @@
-#!lua name=vu_mom_1
+#!lua name=vu_mom_2
 -- What runs inside the server: each function is one atomic step of the store, its events
 -- included. docs/server.md describes the keys, the functions and their arguments.
 --
@@ -221,10 +221,10 @@ end
 -- server has no memory left.
 local function writes(name, body, makes_room)
   redis.register_function{
-    function_name = 'vu1_' .. name, callback = body, flags = makes_room and {'allow-oom'} or {}}
+    function_name = 'vu2_' .. name, callback = body, flags = makes_room and {'allow-oom'} or {}}
 end
 
 local function reads(name, body)
-  redis.register_function{function_name = 'vu1_' .. name, callback = body, flags = {'no-writes'}}
+  redis.register_function{function_name = 'vu2_' .. name, callback = body, flags = {'no-writes'}}
 end
 
