@@ -23,7 +23,7 @@ ENDLESS: dict[str, Any] = {"leave_out": {"advance"}, "lifetimes": [600, 3600]}
 class Side:
     """One engine, with the replies and events of each step of the run."""
 
-    def __init__(self, engine, clock_runs):
+    def __init__(self, engine, clock_runs=False):
         self.store = harness.Store(engine, clock_runs)
         self.clients = [self.store.open() for _ in range(HANDLES)]
         self.replies = []  # (inbox, command, arguments), of this batch
