@@ -146,9 +146,10 @@ bool ServerStore::is_full() const {
   return pending() >= Session::kMostWaiting || pipeline_.unsent_bytes() > kMostUnsentBytes;
 }
 
-Traffic ServerStore::traffic() const {
+Traffic ServerStore::traffic() noexcept {
+  close_batch();  // its bytes count too
   Traffic traffic;
-  traffic.pending = pending();
+  traffic.pending = pipeline_.pending();
   traffic.unsent_bytes = pipeline_.unsent_bytes();
   traffic.reconnects = router_->reconnects() + stream_->reconnects();
   return traffic;
@@ -201,9 +202,10 @@ void ServerStore::on_mark(std::uint64_t mark) noexcept {
 
 void ServerStore::on_gap() noexcept { channels_.tell_gap(); }
 
-void ServerStore::show(std::FILE* out) const {
+void ServerStore::show(std::FILE* out) {
+  close_batch();
   std::fprintf(out, "store %s, %zu handles, %zu commands on their way, %zu bytes not yet sent\n",
-               without_password(url_).c_str(), sessions_.size(), pending(),
+               without_password(url_).c_str(), sessions_.size(), pipeline_.pending(),
                pipeline_.unsent_bytes());
   channels_.show(out);
 }

@@ -71,10 +71,10 @@ class ServerStore final : private Router::Listener, private EventStream::Listene
   void wake() noexcept;
 
   // Of all handles of this store.
-  Traffic traffic() const;
+  Traffic traffic() noexcept;
   const Clock& clock() const { return clock_; }
   void advance_clock(std::int64_t microseconds);
-  void show(std::FILE* out) const;
+  void show(std::FILE* out);
 
  private:
   void on_outcome(void* ticket, const Outcome& outcome) noexcept override;
