@@ -134,9 +134,9 @@ def do_both(sides, step):
             side.store.drive()
 
 
-def run(made, commands, seed, clock_runs=False):
+def run(made, commands, seed, clock_runs=False, tell=lambda done: None):
     """Runs as many commands on both engines. `made` are the two. Where the clock runs, nothing
-    ends by itself."""
+    ends by itself. Tells how many are done, from time to time."""
     done = 0
     source = batches(seed, **(ENDLESS if clock_runs else {}))
     while done < commands:
@@ -150,6 +150,7 @@ def run(made, commands, seed, clock_runs=False):
             done += len(batch)
         for side in sides:
             side.finish()
+        tell(done)
     return done
 
 
@@ -157,10 +158,14 @@ def main(argv):
     commands = int(argv[1]) if len(argv) > 1 else 100000
     seed = int(argv[2]) if len(argv) > 2 else int(time.time())
     clock_runs = argv[3:] == ["running"]
+
+    def tell(done):
+        print("\r%d" % done, end=" ", file=sys.stderr, flush=True)
+
     made: list[Any] = [engines.EmbeddedEngine(), engines.ServerEngine()]
     begin = time.monotonic()
     try:
-        done = run(made, commands, seed, clock_runs)
+        done = run(made, commands, seed, clock_runs, tell)
     finally:
         for engine in made:
             engine.stop()
