@@ -149,7 +149,7 @@ class Monitor(VuMom):
         taken = msg.result.taken if msg.result else 0
         self.screen.log(f"{taken} samples")
         # Replies come in the order of their commands: asked for now, this one comes after
-        # the table of the last sample.
+        # the table of each sample that has been told by now.
         self.lrange(DB, Alarm(host=self.host), 0, -1, done)
 
     def on_lrange_netmon_Alarm(
