@@ -49,6 +49,7 @@ class Monitor(VuMom):
         self.traffic: Dict[str, Traffic] = {}
         self.faults: Dict[Tuple[str, str], int] = {}
         self.alarms = 0
+        self.done: Callable[[], object] = lambda: None
 
         # In a store that others share, the alarms and rates of an earlier run may be left.
         self.delete(DB, Alarm(host=host))
@@ -68,8 +69,16 @@ class Monitor(VuMom):
         )
 
     def finish(self, done: Callable[[], object]) -> None:
-        """Show what is in the store at the end, then call `done`."""
-        self.get(DB, Samples(host=self.host), done)
+        """Show what has been told until now and what is in the store, then call `done`."""
+        self.done = done
+        self.unsubscribe(DB, Interface(host=self.host), ALL_OF_HOST)
+        self.unsubscribe_field(
+            DB,
+            Faults(host=self.host),
+            ALL_OF_HOST,
+            [Faults.ERRORS_FIELD_NUMBER, Faults.DROPS_FIELD_NUMBER],
+        )
+        self.unsubscribe(DB, Samples(host=self.host), ALL_OF_HOST)
 
     def failed(self, msg: PubSubMsg[Any]) -> bool:
         """Whether there is nothing but an error, as when the server of the store is away."""
@@ -90,6 +99,10 @@ class Monitor(VuMom):
     def on_subscribe_netmon_Samples(self, msg: PubSubMsg[Samples], p: Any) -> None:
         if msg.type_code == Event.INCR:  # a sample is complete: show it, the busiest first
             self.zrange(DB, Busiest(host=self.host), -SHOWN_INTERFACES, -1, msg.result.taken)
+        elif msg.type_code == Event.ENDED and msg.status == 0:
+            # Replies come in the order of their commands: these two come after every table.
+            self.get(DB, Samples(host=self.host), None)
+            self.lrange(DB, Alarm(host=self.host), 0, -1, None)
 
     def on_fault(self, msg: PubSubMsg[HashResult[Faults]], field: str) -> None:
         if msg.type_code != Event.HMSET:
@@ -143,18 +156,11 @@ class Monitor(VuMom):
     def on_lpop_netmon_Alarm(self, msg: PubSubMsg[Alarm], p: Any) -> None:
         pass  # the oldest; it was shown when it was new
 
-    def on_get_netmon_Samples(
-        self, msg: PubSubMsg[Optional[Samples]], done: Callable[[], object]
-    ) -> None:
-        taken = msg.result.taken if msg.result else 0
-        self.screen.log(f"{taken} samples")
-        # Replies come in the order of their commands: asked for now, this one comes after
-        # the table of each sample that has been told by now.
-        self.lrange(DB, Alarm(host=self.host), 0, -1, done)
+    def on_get_netmon_Samples(self, msg: PubSubMsg[Optional[Samples]], p: Any) -> None:
+        if not self.failed(msg):
+            self.screen.log(f"{msg.result.taken if msg.result else 0} samples")
 
-    def on_lrange_netmon_Alarm(
-        self, msg: PubSubMsg[LrangeResult[Alarm]], done: Callable[[], object]
-    ) -> None:
+    def on_lrange_netmon_Alarm(self, msg: PubSubMsg[LrangeResult[Alarm]], p: Any) -> None:
         if not self.failed(msg):
             self.screen.log(f"last alarms: {', '.join(a.text for a in msg.result) or 'none'}")
-        done()
+        self.done()
