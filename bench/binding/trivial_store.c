@@ -107,6 +107,8 @@ EXPORT int32_t vu_platform_message_take(intptr_t address, intptr_t *taken) {
   return VU_MOM_BAD_INPUT;
 }
 
+EXPORT void vu_platform_message_drop(intptr_t address) { (void)address; }
+
 EXPORT int32_t vu_platform_store_text(const char *store, char *text, size_t size) {
   (void)store;
   if (size == 0) return VU_MOM_BAD_INPUT;

@@ -94,12 +94,16 @@ int32_t vu_platform_message_add(intptr_t address);
 void vu_platform_message_remove(intptr_t address);
 int vu_platform_message_is_live(intptr_t address);
 
-/* Makes a message that the library is delivering the caller's, who deletes it, and saves
+/* Makes a message that the library is delivering the caller's, who deletes or drops it, and saves
  * making a copy. From then on its address is live no more, unless it is registered. Taken once
  * more while the delivery lasts, there is another message with the same contents, elsewhere.
  * Returns VU_MOM_OK; VU_MOM_BAD_INPUT, with 0 in `taken`, where no message that is being
  * delivered was made at this address, or its owner has registered it; or VU_MOM_NO_MEMORY. */
 int32_t vu_platform_message_take(intptr_t address, intptr_t *taken);
+
+/* Deletes a message of the caller's, or keeps its memory for one to be delivered later. It is not
+ * registered, and may have been taken or not. */
+void vu_platform_message_drop(intptr_t address);
 
 /* ---- Handles ------------------------------------------------------------------ */
 

@@ -179,6 +179,17 @@ bool is_known(const Message& message, const Fields& fields) {
   return fields.is_plain() && message.GetReflection()->GetUnknownFields(message).empty();
 }
 
+bool clear(Message& message, const Fields& fields, std::size_t most_room) {
+  if (!is_known(message, fields)) return false;
+  std::size_t room = 0;
+  for (const Slot& slot : fields.slots()) {
+    if (slot.is_text()) room += read_text(message, slot).capacity();
+  }
+  if (room > most_room) return false;
+  for (const Slot& slot : fields.slots()) clear(message, slot);
+  return true;
+}
+
 void append_record(const Message& message, const Slot& slot, std::string& out) {
   char head[2 * kLongestVarint];
   char* end = put_varint(head, slot.tag);

@@ -19,6 +19,10 @@ bool serialise(const Message& message, const Fields& fields, std::string& out, W
 // parsed, or refused; the message may have changed by then. Throws std::bad_alloc.
 bool parse(Message& message, const Fields& fields, std::string_view bytes);
 
+// Empties a message. False, with nothing changed, where that is left to protobuf, as in serialise,
+// or its texts have more room than `most_room` bytes, which a message that is empty keeps.
+bool clear(Message& message, const Fields& fields, std::size_t most_room);
+
 // ---- Implementation
 
 // Whether serialise can do it.

@@ -25,10 +25,6 @@ namespace {
 namespace pb = google::protobuf;
 using pb::FieldDescriptor;
 
-bool is_text(const Slot& slot) {
-  return slot.type == FieldDescriptor::TYPE_STRING || slot.type == FieldDescriptor::TYPE_BYTES;
-}
-
 bool is_plain_field(const FieldDescriptor& field) {
   if (field.is_repeated() || field.real_containing_oneof() != nullptr) return false;
   switch (field.cpp_type()) {
@@ -41,10 +37,27 @@ bool is_plain_field(const FieldDescriptor& field) {
   }
 }
 
+std::uint8_t size_of(const FieldDescriptor& field) {
+  switch (field.cpp_type()) {
+    case FieldDescriptor::CPPTYPE_STRING:
+    case FieldDescriptor::CPPTYPE_MESSAGE:
+      return 0;
+    case FieldDescriptor::CPPTYPE_BOOL:
+      return sizeof(std::uint8_t);
+    case FieldDescriptor::CPPTYPE_INT64:
+    case FieldDescriptor::CPPTYPE_UINT64:
+    case FieldDescriptor::CPPTYPE_DOUBLE:
+      return sizeof(std::uint64_t);
+    default:
+      return sizeof(std::uint32_t);
+  }
+}
+
 Slot describe(const FieldDescriptor& field, const pb::internal::ReflectionSchema& schema) {
   Slot slot;
   slot.field = &field;
   slot.type = field.type();
+  slot.size = size_of(field);
   const bool is_proto3 = field.file()->syntax() == pb::FileDescriptor::SYNTAX_PROTO3;
   slot.utf8 = slot.type == FieldDescriptor::TYPE_STRING && is_proto3;
   slot.closed = slot.type == FieldDescriptor::TYPE_ENUM && !is_proto3;
@@ -70,7 +83,11 @@ bool agrees(const Message& prototype, const Slot& slot, T sample, Get get, Set s
   (reflection.*set)(one.get(), slot.field, sample);
   if (!has(*one, slot) || read<T>(*one, slot) != sample) return false;
   write(*other, slot, sample);
-  return reflection.HasField(*other, slot.field) && (reflection.*get)(*other, slot.field) == sample;
+  if (!reflection.HasField(*other, slot.field)) return false;
+  if ((reflection.*get)(*other, slot.field) != sample) return false;
+  clear(*other, slot);
+  return !reflection.HasField(*other, slot.field) &&
+         (reflection.*get)(*other, slot.field) == (reflection.*get)(prototype, slot.field);
 }
 
 bool text_agrees(const Message& prototype, const Slot& slot) {
@@ -82,8 +99,11 @@ bool text_agrees(const Message& prototype, const Slot& slot) {
   reflection.SetString(one.get(), slot.field, sample);
   if (!has(*one, slot) || read_text(*one, slot) != sample) return false;
   write_text(*other, slot, sample.data(), sample.size());
-  return reflection.HasField(*other, slot.field) &&
-         reflection.GetString(*other, slot.field) == sample;
+  if (!reflection.HasField(*other, slot.field)) return false;
+  if (reflection.GetString(*other, slot.field) != sample) return false;
+  clear(*other, slot);
+  return !reflection.HasField(*other, slot.field) &&
+         reflection.GetString(*other, slot.field).empty();
 }
 
 bool is_right(const Message& prototype, const Slot& slot) {
@@ -122,19 +142,43 @@ bool is_right(const Message& prototype, const Slot& slot) {
 
 // The bits of a number; those of a float or double too.
 std::uint64_t bits_of(const Message& message, const Slot& slot) {
-  switch (slot.field->cpp_type()) {
-    case FieldDescriptor::CPPTYPE_BOOL:
+  switch (slot.size) {
+    case sizeof(std::uint8_t):
       return read<std::uint8_t>(message, slot);
-    case FieldDescriptor::CPPTYPE_INT64:
-    case FieldDescriptor::CPPTYPE_UINT64:
-    case FieldDescriptor::CPPTYPE_DOUBLE:
-      return read<std::uint64_t>(message, slot);
-    default:
+    case sizeof(std::uint32_t):
       return read<std::uint32_t>(message, slot);
+    default:
+      return read<std::uint64_t>(message, slot);
   }
 }
 
 }  // namespace
+
+void clear(Message& message, const Slot& slot) {
+  char* const at = detail::at(message, slot.offset);
+  switch (slot.size) {
+    case 0: {
+      auto& text = *static_cast<pb::internal::ArenaStringPtr*>(static_cast<void*>(at));
+      if (!text.IsDefault()) text.UnsafeMutablePointer()->clear();
+      break;
+    }
+    case sizeof(std::uint8_t):
+      *at = static_cast<char>(slot.default_bits);
+      break;
+    case sizeof(std::uint32_t): {
+      const auto bits = static_cast<std::uint32_t>(slot.default_bits);
+      std::memcpy(at, &bits, sizeof(bits));
+      break;
+    }
+    default:
+      std::memcpy(at, &slot.default_bits, sizeof(slot.default_bits));
+  }
+  if (slot.has_mask == 0) return;
+  std::uint32_t word = 0;
+  std::memcpy(&word, detail::at(message, slot.has_offset), sizeof(word));
+  word &= ~slot.has_mask;
+  std::memcpy(detail::at(message, slot.has_offset), &word, sizeof(word));
+}
 
 bool has(const Message& message, const Slot& slot) {
   if (slot.has_mask != 0) {
@@ -142,11 +186,11 @@ bool has(const Message& message, const Slot& slot) {
     std::memcpy(&word, detail::at(message, slot.has_offset), sizeof(word));
     return (word & slot.has_mask) != 0;
   }
-  return is_text(slot) ? !read_text(message, slot).empty() : bits_of(message, slot) != 0;
+  return slot.is_text() ? !read_text(message, slot).empty() : bits_of(message, slot) != 0;
 }
 
 bool is_default(const Message& message, const Slot& slot) {
-  if (is_text(slot)) return read_text(message, slot).empty();  // strings have no other default
+  if (slot.is_text()) return read_text(message, slot).empty();  // strings have no other default
   return bits_of(message, slot) == slot.default_bits;
 }
 
@@ -160,7 +204,7 @@ Fields::Fields(const Message& prototype) {
     const FieldDescriptor& field = *type.field(i);
     if (!is_plain_field(field)) continue;
     Slot slot = describe(field, schema);
-    if (!is_text(slot)) slot.default_bits = bits_of(prototype, slot);
+    if (!slot.is_text()) slot.default_bits = bits_of(prototype, slot);
     if (is_right(prototype, slot)) slots_.push_back(slot);
   }
   std::sort(slots_.begin(), slots_.end(), [](const Slot& one, const Slot& other) {

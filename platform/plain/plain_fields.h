@@ -29,6 +29,7 @@ using google::protobuf::Message;
 struct Slot {
   const google::protobuf::FieldDescriptor* field = nullptr;
   google::protobuf::FieldDescriptor::Type type = {};
+  std::uint8_t size = 0;  // of a number in memory, in bytes; 0: a text
   bool utf8 = false;      // a string that must be UTF-8 to be parsed
   bool closed = false;    // an enum that has no numbers but those with a name
   std::uint32_t tag = 0;  // as on the wire: the number and how it is written
@@ -36,6 +37,8 @@ struct Slot {
   std::uint32_t has_offset = 0;    // of the word with the bit for its presence
   std::uint32_t has_mask = 0;      // 0: present where it is not zero or empty
   std::uint64_t default_bits = 0;  // of a number
+
+  bool is_text() const { return size == 0; }  // string or bytes
 };
 
 namespace detail {
@@ -87,6 +90,9 @@ inline void write_text(Message& message, const Slot& slot, const char* text, std
   }
   mark(message, slot);
 }
+
+// The field becomes absent, as by Reflection::ClearField. Requires: the message is on no arena.
+void clear(Message& message, const Slot& slot);
 
 // Whether the message carries the field, as Reflection::HasField tells it.
 bool has(const Message& message, const Slot& slot);

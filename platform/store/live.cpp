@@ -1,7 +1,9 @@
 #include "live.h"
 
 #include <cstddef>
+#include <memory>
 #include <new>
+#include <utility>
 
 #include "embedded/hash_index.h"
 #include "front.h"
@@ -73,6 +75,19 @@ VU_STORE_EXPORT void vu_platform_message_remove(intptr_t address) {
 VU_STORE_EXPORT int vu_platform_message_is_live(intptr_t address) {
   VU_STORE_ENTRY();
   return vu::store::is_live(address) ? 1 : 0;
+}
+
+VU_STORE_EXPORT void vu_platform_message_drop(intptr_t address) {
+  VU_STORE_ENTRY();
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): addresses come as integers
+  std::unique_ptr<google::protobuf::Message> message(
+      reinterpret_cast<google::protobuf::Message*>(address));
+  try {
+    const vu::store::TypeInfo* const type = vu::store::type_of(*message);
+    if (type != nullptr) type->spare->give(std::move(message));
+  } catch (const std::bad_alloc&) {
+    // Its type was not known yet: it is deleted.
+  }
 }
 
 VU_STORE_EXPORT int32_t vu_platform_message_take(intptr_t address, intptr_t* taken) {

@@ -77,7 +77,7 @@ bool store_bytes(const Message& message, const TypeInfo& type, std::string& byte
 
 std::unique_ptr<Message> restore(const TypeInfo& type, std::string_view bytes,
                                  std::string_view identity) {
-  std::unique_ptr<Message> message(type.prototype->New());
+  std::unique_ptr<Message> message = type.spare->take();
   if (!plain::parse(*message, *type.plain_fields, bytes) &&
       !message->ParsePartialFromArray(bytes.data(), static_cast<int>(bytes.size()))) {
     return nullptr;

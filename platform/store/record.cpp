@@ -6,6 +6,7 @@
 #include <limits>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "message_bytes.h"
 
@@ -50,7 +51,12 @@ Record::Record(const Receiver& receiver, const Notice& notice) noexcept
   innermost = this;
 }
 
-Record::~Record() { innermost = outer_; }
+Record::~Record() {
+  innermost = outer_;
+  for (std::size_t i = 0; i < count_; ++i) {
+    if (messages_[i]) type_->spare->give(std::move(messages_[i]));
+  }
+}
 
 bool Record::is_record(std::intptr_t address) {
   for (const Record* record = innermost; record != nullptr; record = record->outer_) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <unordered_map>
 
+#include "identity.h"
 #include "vu_options.h"
 
 namespace vu::store {
@@ -127,6 +128,7 @@ std::unique_ptr<TypeInfo> describe(const google::protobuf::Descriptor& descripto
   for (const auto& [position, field] : keys) {
     if (position != type->keys.size() + 1) return nullptr;
     type->keys.push_back(field);
+    type->key_letters.push_back(letter_of(*field));
   }
   type->id = id_of(type->name);
   return type;
@@ -134,6 +136,7 @@ std::unique_ptr<TypeInfo> describe(const google::protobuf::Descriptor& descripto
 
 void find_slots(TypeInfo& type) {
   type.plain_fields = std::make_unique<plain::Fields>(*type.prototype);
+  type.spare = std::make_unique<SpareMessages>(*type.prototype, *type.plain_fields);
   for (const FieldDescriptor* key : type.keys) {
     const plain::Slot* const slot = type.plain_fields->slot(*key);
     if (slot == nullptr) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "plain_fields.h"
+#include "spare_messages.h"
 #include "wire.h"
 
 namespace vu::store {
@@ -18,11 +19,13 @@ struct TypeInfo {
   std::string name;      // full name; types of one name are one type, whatever their pool
   std::uint32_t id = 0;  // the same for types of one name, for the life of the process
   std::vector<const google::protobuf::FieldDescriptor*> keys;  // by position
+  std::string key_letters;  // with what the component of each begins: see identity.h
   // Where fields lie in memory; never null.
   std::unique_ptr<const plain::Fields> plain_fields;
   // The key fields, by position; empty unless all of them are plain.
   std::vector<const plain::Slot*> key_slots;
-  bool counts = false;  // has a counter field
+  std::unique_ptr<SpareMessages> spare;  // never null
+  bool counts = false;                   // has a counter field
   Counter counter;
   const google::protobuf::Descriptor* descriptor = nullptr;
   const google::protobuf::Reflection* reflection = nullptr;

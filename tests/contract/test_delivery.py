@@ -8,6 +8,7 @@ import weakref
 import pytest
 
 import vu_mom
+from contract_vu import ByString, Colour, CountInt32, Mixed, Plain, Settings
 from messages import NAME, port
 from store import Client
 
@@ -330,6 +331,87 @@ def test_dropping_results(client, store):
         client.ask("get", 0, port())
         client.log.clear()
     assert client.value("get", 0, port()).note == "x" * 10000
+
+
+def leave(message):
+    pass
+
+
+def lengthen(message):
+    message.text = "long" * 1000
+
+
+def add_unknown_field(message):
+    message.MergeFromString(b"\xf8\x3e\x01")
+
+
+def make_bare(message):
+    message.Clear()
+
+
+# Of each, one with all that it can have. Messages of these types are made in memory of earlier ones.
+FULL = {
+    "all sorts of keys": Mixed(number=-7, flag=True, colour=Colour.BLUE, word="w", raw=b"r", text="t"),
+    "a key": ByString(id="i", text="t"),
+    "presence": Settings(mode="m", limit=0, starts=3),
+    "a text": Plain(text="t"),
+    "a counter": CountInt32(value=-9, text="t"),
+}
+
+
+@pytest.mark.parametrize("before", [leave, lengthen, add_unknown_field, make_bare])
+@pytest.mark.parametrize("kind", FULL)
+def test_results_have_nothing_of_those_before(client, kind, before):
+    full = FULL[kind]
+    bare = type(full)()
+    if before is lengthen and not hasattr(full, "text"):
+        pytest.skip("it has no text")
+    client.set(0, full)
+    client.set(1, bare)
+    for _ in range(20):
+        result = client.value("get", 0, full)
+        assert result == full
+        before(result)
+        client.log.clear()
+        del result
+        result = client.value("get", 1, bare)
+        assert result.SerializeToString() == b""
+        assert result == bare
+        client.log.clear()
+        del result
+
+
+def test_kept_results_stay_as_they_are(client):
+    for number in range(50):
+        client.set(0, ByString(id=str(number), text="t" * number))
+    kept = {}
+    for number in range(50):
+        result = client.value("get", 0, ByString(id=str(number)))
+        if number % 3 == 0:
+            kept[number] = result
+        client.log.clear()
+    del result
+    for number in range(50):
+        client.value("get", 0, ByString(id=str(number)))
+        client.log.clear()
+    for number, result in kept.items():
+        assert result == ByString(id=str(number), text="t" * number)
+
+
+def test_a_result_dropped_in_its_reply_method(store):
+    store.open()
+
+    class Dropping(Client):
+        def on_get_contract_ByString(self, msg, p):
+            p.append(msg.result.text)
+
+    client = Dropping(store, store.handles[0])
+    seen = []
+    for text in ("one", "another", ""):
+        client.set(0, ByString(id=text, text=text))
+        client.get(0, ByString(id=text), seen)
+    store.drive()
+    assert seen == ["one", "another", ""]
 
 
 EXITING = """

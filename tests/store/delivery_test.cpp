@@ -115,6 +115,46 @@ TEST(Delivery, MessagesRegisteredTwiceCountTwice) {
   EXPECT_FALSE(vu_platform_message_is_live(address));
 }
 
+// The owner of what it takes, as a wrapper is.
+std::unique_ptr<google::protobuf::Message> take(const vu_mom_reply& reply) {
+  std::intptr_t taken = 0;
+  EXPECT_EQ(vu_platform_message_take(reinterpret_cast<std::intptr_t>(reply.data), &taken),
+            VU_MOM_OK);
+  return std::unique_ptr<google::protobuf::Message>(
+      reinterpret_cast<google::protobuf::Message*>(taken));
+}
+
+TEST(Delivery, WhatIsMadeOfADroppedMessageHasNothingOfIt) {
+  Client client;
+  const Live full("Entry", "key: 'k' value: 'v'");
+  const Live bare("Entry", "");
+  client.set(full);
+  client.set(bare);
+  for (int i = 0; i < 40; ++i) {
+    std::string text;
+    const auto keep_and_drop = [](void*, const vu_mom_reply* reply, void* to) {
+      std::unique_ptr<google::protobuf::Message> message = take(*reply);
+      *static_cast<std::string*>(to) = text_of(*message);
+      vu_platform_message_drop(reinterpret_cast<std::intptr_t>(message.release()));
+    };
+    ASSERT_EQ(vu_mom_get(client.handle(), 0, full, keep_and_drop, &text), VU_MOM_OK);
+    client.drain();
+    EXPECT_EQ(text, full.text());
+    ASSERT_EQ(vu_mom_get(client.handle(), 0, bare, keep_and_drop, &text), VU_MOM_OK);
+    client.drain();
+    EXPECT_EQ(text, bare.text());
+  }
+}
+
+TEST(Delivery, MessagesOfUnknownTypesCanBeDropped) {
+  for (const char* type : {"Port", "Entry", "SamePosition", "TwoCounters"}) {
+    for (int i = 0; i < 40; ++i) {
+      std::unique_ptr<google::protobuf::Message> message = make_message(type, "");
+      vu_platform_message_drop(reinterpret_cast<std::intptr_t>(message.release()));
+    }
+  }
+}
+
 TEST(Delivery, HandlesOfOneNameShareAStore) {
   Client one("embedded:shared");
   Client other("embedded:shared");

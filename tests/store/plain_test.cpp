@@ -139,6 +139,40 @@ TEST_P(Plain, MessagesWithUnknownFieldsAreLeftToProtobuf) {
   EXPECT_FALSE(plain::parse(*make(), fields, by_protobuf(*message)));
 }
 
+// As if it had been made just now: nothing is left of what was in it.
+TEST_P(Plain, ClearedMessagesAreLikeNewOnes) {
+  constexpr std::size_t kEnough = 1u << 20;
+  const std::unique_ptr<Message> reused = make();
+  for (int i = 0; i < 2000; ++i) {
+    const std::unique_ptr<Message> first = make_random();
+    ASSERT_TRUE(plain::parse(*reused, fields, by_protobuf(*first)));
+    ASSERT_EQ(by_protobuf(*reused), by_protobuf(*first));
+    ASSERT_TRUE(plain::clear(*reused, fields, kEnough));
+    ASSERT_EQ(by_protobuf(*reused), "");
+    ASSERT_EQ(text_of(*reused), text_of(*prototype));
+    const std::unique_ptr<Message> filled_by_protobuf = make_random();
+    ASSERT_TRUE(plain::clear(*filled_by_protobuf, fields, kEnough));
+    ASSERT_EQ(by_protobuf(*filled_by_protobuf), "");
+  }
+}
+
+TEST_P(Plain, MessagesWithMoreThanTheirFieldsAreNotCleared) {
+  const std::unique_ptr<Message> message = make_random();
+  const std::string before = by_protobuf(*message);
+  std::size_t room = 0;
+  for (const plain::Slot& slot : fields.slots()) {
+    if (slot.is_text()) room += plain::read_text(*message, slot).capacity();
+  }
+  if (room != 0) {
+    EXPECT_FALSE(plain::clear(*message, fields, room - 1));
+    EXPECT_EQ(by_protobuf(*message), before);
+  }
+  message->GetReflection()->MutableUnknownFields(message.get())->AddVarint(1000, 1);
+  EXPECT_FALSE(plain::clear(*message, fields, room));
+  message->GetReflection()->MutableUnknownFields(message.get())->Clear();
+  EXPECT_TRUE(plain::clear(*message, fields, room));
+}
+
 INSTANTIATE_TEST_SUITE_P(Types, Plain,
                          testing::Values("Every", "Entry", "ZigzagCounter", "FixedCounter",
                                          "SmallCounter", "Numbers", "OldNumbers"),

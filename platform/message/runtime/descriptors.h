@@ -42,6 +42,7 @@ struct MessageInfo : PyObject {
   const plain::Fields* plain;   // where plain fields lie; owned
   bool has_maps;                // it or a message type within it, at any depth
   bool endless;                 // it or a type within it may be within itself, at any depth
+  mutable bool delivered;       // the store has made messages of the type, and takes them back
   bool may_lack;                // required fields, or extensions that may have them: the same
 
   Field& field(const google::protobuf::FieldDescriptor& wanted) const {

@@ -64,7 +64,9 @@ std::unique_ptr<NativeMessage> from_address(const MessageInfo& info, py::Borrowe
   if (taken != 0) {
     // NOLINTNEXTLINE(performance-no-int-to-ptr): addresses come as integers
     std::unique_ptr<NativeMessage> message(reinterpret_cast<NativeMessage*>(taken));
-    return is_same_pool(info, value, *message) ? std::move(message) : translated(info, *message);
+    if (!is_same_pool(info, value, *message)) return translated(info, *message);
+    info.delivered = true;
+    return message;
   }
   if (vu_platform_message_is_live(address) == 0) {
     py::raise(PyExc_ValueError, "%s: no live message is at address %R", info.name(), value.get());

@@ -392,7 +392,11 @@ void dealloc_message(PyObject* self) {
   unregister(message);
   leave_elements(message);
   const py::Owned parent = leave(message);
-  if (message.owned) delete message.native;
+  if (message.owned && message.info->delivered) {
+    vu_platform_message_drop(reinterpret_cast<std::intptr_t>(message.native));
+  } else if (message.owned) {
+    delete message.native;
+  }
   delete message.held;  // nobody is held by it: parts keep their parent alive
   Py_TYPE(self)->tp_free(self);
 }
