@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "recycled.h"
+
 namespace vu::store {
 
 class ByteList {
@@ -24,7 +26,7 @@ class ByteList {
     count_ = std::exchange(other.count_, 0);
     return *this;
   }
-  ~ByteList() = default;
+  ~ByteList() { keep_text(std::move(bytes_)); }
 
   std::size_t size() const { return count_; }
   bool empty() const { return count_ == 0; }
@@ -38,7 +40,12 @@ class ByteList {
   // Where it throws std::bad_alloc, the list is as it was.
   void add(std::string_view bytes) {
     begins_.resize(count_);
-    if (count_ != 0) begins_.back() = bytes_.size();
+    if (count_ == 0) {
+      if (bytes_.capacity() < bytes.size()) bytes_ = take_text(bytes.size());
+      bytes_.clear();
+    } else {
+      begins_.back() = bytes_.size();
+    }
     bytes_.append(bytes);
     ++count_;
   }

@@ -96,6 +96,7 @@ class LevelDelivery : public Delivery, public Recycled<LevelDelivery> {
     identities_ = std::move(identities);
     last_ = std::move(last);
   }
+  ~LevelDelivery() override { keep_text(std::move(last_.identity)); }
   // To be filled in place.
   ByteList& identities() { return identities_; }
   Notice& last() { return last_; }

@@ -1,5 +1,7 @@
 #include "identity.h"
 
+#include "recycled.h"
+
 namespace vu::store {
 
 namespace {
@@ -86,8 +88,8 @@ void append_bool(std::string& out, bool value) {
   out.push_back(value ? 1 : 0);
 }
 
-void append_text(std::string& out, const FieldDescriptor& field, const std::string& value) {
-  append_integer(out, letter_of(field), value.size(), 4);
+void append_text(std::string& out, char letter, const std::string& value) {
+  append_integer(out, letter, value.size(), 4);
   out.append(value);
 }
 
@@ -140,57 +142,56 @@ void fill_key(Message& message, const FieldDescriptor& field, std::string_view c
 
 namespace {
 
-// The component of a plain key field.
-void append_slot(std::string& identity, const Message& message, const plain::Slot& slot) {
-  switch (slot.field->cpp_type()) {
-    case FieldDescriptor::CPPTYPE_INT32:
-    case FieldDescriptor::CPPTYPE_ENUM:
-      return append_signed(identity, plain::read<std::int32_t>(message, slot));
-    case FieldDescriptor::CPPTYPE_INT64:
-      return append_signed(identity, plain::read<std::int64_t>(message, slot));
-    case FieldDescriptor::CPPTYPE_UINT32:
-      return append_unsigned(identity, plain::read<std::uint32_t>(message, slot));
-    case FieldDescriptor::CPPTYPE_UINT64:
-      return append_unsigned(identity, plain::read<std::uint64_t>(message, slot));
-    case FieldDescriptor::CPPTYPE_BOOL:
+// The component of a plain key field, which begins with `letter`.
+void append_slot(std::string& identity, const Message& message, const plain::Slot& slot,
+                 char letter) {
+  const bool is_short = slot.size == sizeof(std::int32_t);
+  switch (letter) {
+    case 'i':
+      return append_signed(identity, is_short ? plain::read<std::int32_t>(message, slot)
+                                              : plain::read<std::int64_t>(message, slot));
+    case 'u':
+      return append_unsigned(identity, is_short ? plain::read<std::uint32_t>(message, slot)
+                                                : plain::read<std::uint64_t>(message, slot));
+    case 'b':
       return append_bool(identity, plain::read<bool>(message, slot));
     default:
-      append_text(identity, *slot.field, plain::read_text(message, slot));
+      append_text(identity, letter, plain::read_text(message, slot));
   }
 }
 
 // The same for a plain key field.
 void fill_slot(Message& message, const plain::Slot& slot, std::string_view component) {
-  if (component[0] == 's' || component[0] == 'y') {
+  if (slot.is_text()) {
     const std::string_view text = component.substr(5);
     if (!text.empty()) plain::write_text(message, slot, text.data(), text.size());
     return;
   }
   const std::uint64_t value = read_integer(component.substr(1));
-  switch (slot.field->cpp_type()) {
-    case FieldDescriptor::CPPTYPE_INT64:
-    case FieldDescriptor::CPPTYPE_UINT64:
-      if (value != slot.default_bits) plain::write(message, slot, value);
-      return;
-    case FieldDescriptor::CPPTYPE_BOOL: {
+  switch (slot.size) {
+    case sizeof(std::uint8_t): {
       const auto truth = static_cast<std::uint8_t>(value != 0 ? 1 : 0);
       if (truth != slot.default_bits) plain::write(message, slot, truth);
       return;
     }
-    default: {
+    case sizeof(std::uint32_t): {
       const auto low = static_cast<std::uint32_t>(value);
       if (low != slot.default_bits) plain::write(message, slot, low);
+      return;
     }
+    default:
+      if (value != slot.default_bits) plain::write(message, slot, value);
   }
 }
 
 }  // namespace
 
 std::string identity_of(const Message& message, const TypeInfo& type) {
-  std::string identity;
+  std::string identity = take_text(kUsualSize);
   if (!type.key_slots.empty()) {
-    identity.reserve(kUsualSize);
-    for (const plain::Slot* slot : type.key_slots) append_slot(identity, message, *slot);
+    for (std::size_t i = 0; i < type.key_slots.size(); ++i) {
+      append_slot(identity, message, *type.key_slots[i], type.key_letters[i]);
+    }
     return identity;
   }
   const auto* reflection = message.GetReflection();
@@ -216,7 +217,8 @@ std::string identity_of(const Message& message, const TypeInfo& type) {
         append_bool(identity, reflection->GetBool(message, field));
         break;
       default:
-        append_text(identity, *field, reflection->GetStringReference(message, field, &scratch));
+        append_text(identity, letter_of(*field),
+                    reflection->GetStringReference(message, field, &scratch));
     }
   }
   return identity;
@@ -259,7 +261,7 @@ bool fill_keys(Message& message, const TypeInfo& type, std::string_view identity
   for (std::size_t i = 0; i < type.keys.size(); ++i) {
     const FieldDescriptor& field = *type.keys[i];
     const std::size_t size = component_size(identity);
-    if (size == 0 || identity[0] != letter_of(field)) return false;
+    if (size == 0 || identity[0] != type.key_letters[i]) return false;
     if (type.key_slots.empty()) {
       fill_key(message, field, identity.substr(0, size));
     } else {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
 
 namespace vu::store {
 
@@ -42,9 +43,12 @@ class Recycled {
   static inline KeptBlocks kept_;
 };
 
-// Strings, for texts that are made anew each time. An empty one, perhaps with room; throws
-// std::bad_alloc.
-std::string take_text();
-void keep_text(std::string text) noexcept;
+// Strings, for texts that are made anew each time. An empty one with room for that many bytes;
+// throws std::bad_alloc.
+std::string take_text(std::size_t room);
+void keep_allocated_text(std::string&& text) noexcept;
+inline void keep_text(std::string&& text) noexcept {
+  if (text.capacity() != std::string().capacity()) keep_allocated_text(std::move(text));
+}
 
 }  // namespace vu::store

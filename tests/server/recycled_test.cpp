@@ -53,18 +53,20 @@ TEST(RecycledTest, KeepsNoMemoryOfAnotherSize) {
   EXPECT_EQ(count_without_memory(make), 0u);
 }
 
-// How many texts of this size are kept of many that are given, and of larger ones.
+// Takes what other tests have left.
+void empty(std::size_t room) {
+  std::vector<std::string> left;
+  for (std::size_t i = 0; i < store::kMostKept; ++i) left.push_back(store::take_text(room));
+}
+
+// How many texts of this size are kept of many that are given.
 std::size_t count_kept(std::size_t size) {
-  {
-    std::vector<std::string> left;  // by other tests, of whatever size
-    for (std::size_t i = 0; i < store::kMostKept; ++i) left.push_back(store::take_text());
-  }
+  empty(size);
   const std::string usual(size, 'x');
   store::keep_text({});
   for (std::size_t i = 0; i < store::kMostKept + 5; ++i) store::keep_text(std::string(usual));
-  store::keep_text(std::string(5000, 'x'));
   return count_without_memory([&] {
-    std::string text = store::take_text();
+    std::string text = store::take_text(size);
     EXPECT_EQ(text, "");
     text.append(usual);
     return text;
@@ -72,12 +74,21 @@ std::size_t count_kept(std::size_t size) {
 }
 
 TEST(RecycledTest, KeepsTextsUpToALimitAndNoLargeOnes) {
-  EXPECT_EQ(count_kept(300), store::kMostKept);
+  EXPECT_EQ(count_kept(256), store::kMostKept);
+  EXPECT_EQ(count_kept(10000), 0u);
 }
 
 TEST(RecycledTest, KeepsFewerTextsWhereTheyAreLarger) {
-  EXPECT_EQ(count_kept(4096), store::kMostKept / 8);
-  EXPECT_EQ(count_kept(512), store::kMostKept) << "when those were taken";
+  EXPECT_EQ(count_kept(4096), store::kMostKept / 16);
+  EXPECT_EQ(count_kept(512), store::kMostKept / 2) << "when those were taken";
+}
+
+TEST(RecycledTest, ShortTextsAreNotMadeOfLongOnes) {
+  empty(100);
+  empty(1000);
+  store::keep_text(std::string(1000, 'x'));
+  EXPECT_LT(store::take_text(100).capacity(), 1000u);
+  EXPECT_GE(store::take_text(1000).capacity(), 1000u);
 }
 
 }  // namespace

@@ -18,6 +18,13 @@ namespace {
 // Of a get: the value, and beside it what tells whether it is one.
 constexpr std::string_view kCompanions[] = {"", "!meta", "!live"};
 
+void widen(std::string& text, std::size_t room) {
+  std::string wide = take_text(room);
+  wide.append(text);
+  text.swap(wide);
+  keep_text(std::move(wide));
+}
+
 }  // namespace
 
 bool is_for_batch(const Request& request, const Place& place) {
@@ -26,12 +33,13 @@ bool is_for_batch(const Request& request, const Place& place) {
          (request.command == Command::kGet && place.now_us < 0);
 }
 
-BatchPart::BatchPart(const Request& request, const Place& place) : keys_(take_text()) {
-  std::string key = take_text();
+BatchPart::BatchPart(const Request& request, const Place& place) {
+  std::string key = take_text(kUsualKey);
   make_object_key(key, place, request.db, *request.type, request.identity);
   if (request.command == Command::kGet) {
     add_names(key);
   } else {
+    keys_ = take_text(key.size() + 16);
     append_word(keys_, key);
     add_event(key, request, place);
   }
@@ -46,7 +54,9 @@ BatchPart::~BatchPart() {
 // What a get asks for.
 void BatchPart::add_names(std::string_view key) {
   constexpr std::size_t kRoom = 40;  // for a head, the longest companion, the end
-  keys_.resize(std::size(kCompanions) * (key.size() + kRoom));
+  const std::size_t most = std::size(kCompanions) * (key.size() + kRoom);
+  keys_ = take_text(most);
+  keys_.resize(most);
   char* end = keys_.data();
   const auto put = [&end](std::string_view bytes) {
     end = std::copy(bytes.begin(), bytes.end(), end);
@@ -68,13 +78,14 @@ void BatchPart::add_event(std::string_view key, const Request& request, const Pl
   // "DB:TYPE:IDENTITY", whose beginnings up to each level are also those of the channels' names.
   const std::string_view name = key.substr(key.find('}', place.prefix.size()) + 2);
   std::size_t end = name.find(':') + 1 + request.type->name.size() + 1;
-  words_ = take_text();
-  std::string text = take_text();
+  const std::size_t channels = request.type->levels() + 1;
+  words_ =
+      take_text(request.value.size() + (channels + 2) * (name.size() + place.prefix.size() + 16));
+  std::string text = take_text(request.value.size() + name.size() + 40);
   text.append("0 m ").append(name.substr(end)).append("\n ");
   append_decimal(text, request.value.size());
   text.append("\n").append(request.value);
   append_word(words_, text);
-  const std::size_t channels = request.type->levels() + 1;
   text.clear();
   append_decimal(text, channels);
   append_word(words_, text);
@@ -91,11 +102,7 @@ void BatchPart::add_event(std::string_view key, const Request& request, const Pl
 }
 
 Batch::Batch(Command command, unsigned partition)
-    : Errand(store::only_reads(command)),
-      command_(command),
-      partition_(partition),
-      keys_(take_text()),
-      words_(take_text()) {
+    : Errand(store::only_reads(command)), command_(command), partition_(partition) {
   weight_ = 0;
 }
 
@@ -114,8 +121,8 @@ bool Batch::takes(Command command) const {
 void Batch::add(Errand& errand, const BatchPart& part) {
   // Where there are two, more may come.
   if (weight() == 1) {
-    keys_.reserve(std::min(kMost * keys_.size() + kFront, kMostBytes));
-    words_.reserve(std::min(kMost * words_.size(), kMostBytes));
+    widen(keys_, std::min(kMost * keys_.size() + kFront, kMostBytes));
+    widen(words_, std::min(kMost * words_.size(), kMostBytes));
   }
   const std::size_t size = keys_.size();
   keys_.append(part.keys_);

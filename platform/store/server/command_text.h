@@ -6,6 +6,9 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
+
+#include "../recycled.h"
 
 namespace vu::store {
 
@@ -34,7 +37,10 @@ inline void append_word(std::string& to, std::string_view word) {
 class CommandText {
  public:
   // Room for words of `bytes` bytes altogether.
-  explicit CommandText(std::size_t bytes) { words_.reserve(bytes); }
+  explicit CommandText(std::size_t bytes) : words_(take_text(bytes)) {}
+  CommandText(const CommandText&) = delete;
+  CommandText& operator=(const CommandText&) = delete;
+  ~CommandText() { keep_text(std::move(words_)); }
 
   CommandText& add(std::string_view word) {
     append_word(words_, word);
@@ -56,8 +62,7 @@ class CommandText {
   }
 
   std::string text() const {
-    std::string whole;
-    whole.reserve(words_.size() + 16);
+    std::string whole = take_text(words_.size() + 16);
     append_head(whole, '*', count_);
     return whole.append(words_);
   }

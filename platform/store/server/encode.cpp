@@ -340,7 +340,7 @@ std::string encode(const Request& request, const Place& place, int partition) {
     add_arguments(text, request);
     return text.text();
   }
-  std::string key = take_text();
+  std::string key = take_text(kUsualKey);
   make_object_key(key, place, request.db, *request.type, request.identity);
   CommandText text(bytes_of(request));
   add_call(text, function_of(request.command), only_reads(request.command), key, place);

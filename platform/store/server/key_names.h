@@ -1,6 +1,7 @@
 // Where things stand in a server: names of keys, as docs/server.md describes them.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -12,6 +13,9 @@ namespace vu::store {
 
 // "DB:TYPE", the middle of the names of keys and channels.
 std::string shelf_name(std::int32_t db, const TypeInfo& type);
+
+// Room that is enough for most keys of objects.
+inline constexpr std::size_t kUsualKey = 200;
 
 // Puts the key of an object into `key`, which is empty. Its companions have the same with "!meta",
 // "!live" and "!fields".
