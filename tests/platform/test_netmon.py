@@ -298,6 +298,8 @@ def test_a_reader_that_has_seen_enough(netmon):
     assert child.returncode == -signal.SIGPIPE
 
 
+# Ends before it opens a store.
+@pytest.mark.parametrize("store", ["embedded"], indirect=True)
 def test_no_counters(netmon):
     run = netmon()
     run.start()
@@ -309,6 +311,7 @@ def test_no_counters(netmon):
 
 @pytest.mark.parametrize("option", ["--seconds", "--interval"])
 @pytest.mark.parametrize("value", ["0", "-1", "nan", "inf", "x"])
+@pytest.mark.parametrize("store", ["embedded"], indirect=True)
 def test_bad_option(netmon, option, value):
     run = netmon("%s=%s" % (option, value))
     run.write(line("lo", 1))
