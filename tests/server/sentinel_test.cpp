@@ -99,17 +99,17 @@ TEST_F(SentinelTest, LogsInToSentinelsToo) {
   sentinel_->call({"ACL", "SETUSER", "default", "resetpass", ">other"});
   sentinel_->set_password("other");
   const std::string nobody_knows = "not done: no Sentinel names the master 'main': ";
-  struct Case {
+  struct Login {
     std::string options;
     std::string told;  // how it begins
   };
-  const std::vector<Case> cases = {
+  const std::vector<Login> logins = {
       {"?sentinel_password=other", "1"},
       {"?sentinel_user=asker&sentinel_password=secret", "2"},
       {"?sentinel_password=secret", nobody_knows + "WRONGPASS"},
       {"", nobody_knows + "NOAUTH"},
   };
-  for (const Case& one : cases) {
+  for (const Login& one : logins) {
     Client client(url(one.options));
     const std::string told = client.ask({"FCALL", "test_push", "1", "list", "x"});
     EXPECT_TRUE(told.starts_with(one.told)) << one.options << ": " << told;

@@ -4,10 +4,6 @@
 namespace vu::store::test {
 namespace {
 
-Live at(const std::string& device, unsigned number, const std::string& rest = "") {
-  return port("device:'" + device + "' number:" + std::to_string(number) + " " + rest);
-}
-
 void get(Client& client, unsigned number, int label, std::function<void(const Seen&)> then = {}) {
   EXPECT_EQ(vu_mom_get(client.handle(), 0, at("a", number), &Client::on_reply,
                        client.slot(label, std::move(then))),

@@ -7,10 +7,6 @@
 namespace vu::store::test {
 namespace {
 
-Live at(const std::string& device, unsigned number, const std::string& rest = "") {
-  return port("device:'" + device + "' number:" + std::to_string(number) + " " + rest);
-}
-
 class Levels : public testing::Test {
  protected:
   Levels() { client.advance(0); }  // the clock stands

@@ -10,10 +10,6 @@
 namespace vu::store::test {
 namespace {
 
-Live at(const std::string& device, unsigned number, const std::string& rest = "") {
-  return port("device:'" + device + "' number:" + std::to_string(number) + " " + rest);
-}
-
 TEST(Memory, OfAMillionSingleValues) {
   // 16 bytes of key, 60 of value beside it.
 #ifdef VU_SANITIZED

@@ -6,10 +6,6 @@
 namespace vu::store::test {
 namespace {
 
-Live at(const std::string& device, unsigned number, const std::string& rest = "") {
-  return port("device:'" + device + "' number:" + std::to_string(number) + " " + rest);
-}
-
 using Labels = std::vector<int>;
 
 Labels labels(const std::vector<Seen>& seen) {

@@ -38,6 +38,11 @@ class Live {
 
 inline Live port(const std::string& text) { return Live("Port", text); }
 
+// The Port of that key.
+inline Live at(const std::string& device, unsigned number, const std::string& rest = "") {
+  return port("device:'" + device + "' number:" + std::to_string(number) + " " + rest);
+}
+
 // The identity that a Port has, as vu_platform.h encodes it.
 std::string port_key(const std::string& device, unsigned number);
 

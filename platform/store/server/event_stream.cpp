@@ -18,9 +18,7 @@ namespace vu::store {
 
 namespace {
 
-std::string_view text_of(const redisReply& reply) { return {reply.str, reply.len}; }
-
-constexpr std::int64_t kSecondLook = 1'000;
+std::string_view bytes_of(const redisReply& reply) { return {reply.str, reply.len}; }
 
 // Marks travel as pings: what answers one has told all that was published before.
 void append_ping(std::string& to, std::uint64_t number) {
@@ -30,7 +28,7 @@ void append_ping(std::string& to, std::uint64_t number) {
 // What an array of the server says: its kind, and what else it holds.
 std::string_view word_of(const redisReply& reply, std::size_t at) {
   if (at >= reply.elements || reply.element[at]->type != REDIS_REPLY_STRING) return {};
-  return text_of(*reply.element[at]);
+  return bytes_of(*reply.element[at]);
 }
 
 class ServerEventStream final : public EventStream, Link::Owner {
@@ -214,7 +212,7 @@ void ServerEventStream::break_off(bool is_refused) noexcept {
 void ServerEventStream::on_reply(const redisReply& reply) noexcept {
   heard_us_ = steady_us();
   if (reply.type == REDIS_REPLY_STRING) {
-    on_pong(text_of(reply));
+    on_pong(bytes_of(reply));
     return;
   }
   const bool is_array = reply.type == REDIS_REPLY_ARRAY;
@@ -284,7 +282,7 @@ void ServerEventStream::on_time() noexcept {
     // The loop may have been away, and the answer be there already.
     looked_us_ = steady_us();
     armed_us_ = looked_us_;
-    timer_.start(std::max(kSecondLook, looked_us_ - due));
+    timer_.start(std::max(UvTimer::kSecondLook, looked_us_ - due));
   } else if (is_asking) {
     break_off(false);
   } else if (link_.is_up()) {

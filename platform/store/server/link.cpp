@@ -18,7 +18,6 @@ namespace {
 
 constexpr std::int64_t kFirstPause = 10'000;
 constexpr std::int64_t kLongestPause = 1'000'000;
-constexpr std::int64_t kSecondLook = 1'000;
 
 std::string name_of(const Endpoint& endpoint) {
   if (!endpoint.path.empty()) return endpoint.path;
@@ -27,7 +26,7 @@ std::string name_of(const Endpoint& endpoint) {
   return host + ':' + std::to_string(endpoint.port);
 }
 
-std::string_view text_of(const redisReply& reply) {
+std::string_view words_of(const redisReply& reply) {
   return reply.str == nullptr ? std::string_view() : std::string_view(reply.str, reply.len);
 }
 
@@ -146,7 +145,7 @@ void Link::on_time() noexcept {
   if (state_ != State::kFinding && state_ != State::kConnecting) return;
   if (!is_second_look_) {  // the loop may have been away: it has as long as it was late
     is_second_look_ = true;
-    timer_.start(std::max(kSecondLook, steady_us() - due_us_));
+    timer_.start(std::max(UvTimer::kSecondLook, steady_us() - due_us_));
     return;
   }
   connection_.close();
@@ -232,7 +231,7 @@ void Link::on_reply(const redisReply& reply) noexcept {
 
 // False where the attempt has ended or goes on elsewhere.
 bool Link::check(Step step, const redisReply& reply) noexcept {
-  const std::string_view text = text_of(reply);
+  const std::string_view text = words_of(reply);
   const bool is_error = reply.type == REDIS_REPLY_ERROR;
   if (step == Step::kFindMaster) {
     go_to(reply);
@@ -254,7 +253,7 @@ bool Link::check(Step step, const redisReply& reply) noexcept {
   }
   if (step == Step::kRole) {
     const bool is_master = reply.type == REDIS_REPLY_ARRAY && reply.elements != 0 &&
-                           is_text(reply.element[0]) && text_of(*reply.element[0]) == "master";
+                           is_text(reply.element[0]) && words_of(*reply.element[0]) == "master";
     if (!is_master) end("the server that the Sentinels name is no master", false);
     return is_master;
   }
@@ -285,7 +284,7 @@ void Link::go_to(const redisReply& reply) noexcept {
   }
   try {
     Endpoint found;
-    found.host = text_of(*reply.element[0]);
+    found.host = words_of(*reply.element[0]);
     found.port = static_cast<std::uint16_t>(std::strtoul(reply.element[1]->str, nullptr, 10));
     std::string name = "the master '" + master_ + "' at " + name_of(found);
     endpoint_ = std::move(found);

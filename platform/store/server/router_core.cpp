@@ -15,7 +15,6 @@ namespace vu::store {
 namespace {
 
 constexpr const char* kClosed = "the store was closed";
-constexpr std::int64_t kSecondLook = 1'000;
 constexpr std::int64_t kPause = 50'000;
 constexpr std::string_view kAsking = "*1\r\n$6\r\nASKING\r\n";
 constexpr unsigned kMostLoads = 2;  // of the library for one command
@@ -409,7 +408,7 @@ void RouterCore::on_time() noexcept {
   } else if (due <= steady_us()) {
     looked_us_ = steady_us();
     armed_us_ = looked_us_;
-    timer_.start(std::max(kSecondLook, looked_us_ - due));
+    timer_.start(std::max(UvTimer::kSecondLook, looked_us_ - due));
     return;
   }
   arm();

@@ -12,6 +12,10 @@ inline std::int64_t steady_us() { return static_cast<std::int64_t>(uv_hrtime() /
 
 class UvTimer {
  public:
+  // Who finds that time is up looks again, so much later at least: the loop may have been away, and
+  // what was waited for be there. In microseconds.
+  static constexpr std::int64_t kSecondLook = 1'000;
+
   // `on_time` is called with `user`, from the loop.
   UvTimer(uv_loop_t* loop, void (*on_time)(void*), void* user)
       : state_(new State{{}, on_time, user}) {
