@@ -96,6 +96,8 @@ class LevelDelivery : public Delivery, public Recycled<LevelDelivery> {
     identities_ = std::move(identities);
     last_ = std::move(last);
   }
+  LevelDelivery(const LevelDelivery&) = delete;
+  LevelDelivery& operator=(const LevelDelivery&) = delete;
   ~LevelDelivery() override { keep_text(std::move(last_.identity)); }
   // To be filled in place.
   ByteList& identities() { return identities_; }

@@ -80,8 +80,8 @@ VU_STORE_EXPORT int vu_platform_message_is_live(intptr_t address) {
 VU_STORE_EXPORT void vu_platform_message_drop(intptr_t address) {
   VU_STORE_ENTRY();
   // NOLINTNEXTLINE(performance-no-int-to-ptr): addresses come as integers
-  std::unique_ptr<google::protobuf::Message> message(
-      reinterpret_cast<google::protobuf::Message*>(address));
+  auto* const dropped = reinterpret_cast<google::protobuf::Message*>(address);
+  std::unique_ptr<google::protobuf::Message> message(dropped);
   try {
     const vu::store::TypeInfo* const type = vu::store::type_of(*message);
     if (type != nullptr) type->spare->give(std::move(message));
