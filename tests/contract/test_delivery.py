@@ -349,7 +349,7 @@ def make_bare(message):
     message.Clear()
 
 
-# Of each, one with all that it can have. Messages of these types are made in memory of earlier ones.
+# Of each, one with all that it can have. Messages of these types are made of earlier ones.
 FULL = {
     "all sorts of keys": Mixed(number=-7, flag=True, colour=Colour.BLUE, word="w", raw=b"r", text="t"),
     "a key": ByString(id="i", text="t"),

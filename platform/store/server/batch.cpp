@@ -19,6 +19,7 @@ namespace {
 constexpr std::string_view kCompanions[] = {"", "!meta", "!live"};
 
 void widen(std::string& text, std::size_t room) {
+  if (room <= text.capacity()) return;
   std::string wide = take_text(room);
   wide.append(text);
   text.swap(wide);
